@@ -23,6 +23,12 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/VelmorAuthorizationConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VelmorAuthorization)
 
+# A static library needs its dependencies on the consumer's link line.
+if(BUILD_SHARED_LIBS)
+  set(VELMOR_PC_REQUIRES "Requires.private")
+else()
+  set(VELMOR_PC_REQUIRES "Requires")
+endif()
 configure_file(cmake/velmor-authorization.pc.in
   ${CMAKE_CURRENT_BINARY_DIR}/velmor-authorization.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velmor-authorization.pc

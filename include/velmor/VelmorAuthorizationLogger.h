@@ -5,7 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <initializer_list>
+#include <vector>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -79,7 +79,7 @@ class VelmorAuthorizationLogger final {
   // Throws GenericException("Unexpected parameter type") for an unknown
   // type tag, after writing "Unknown type: '<tag>' in '<name>'" to standard
   // error: that is a programming error in the caller.
-  void logMethod(std::string_view methodName, std::initializer_list<LogArgument> arguments);
+  void logMethod(std::string_view methodName, const std::vector<LogArgument>& arguments);
 
   std::int64_t logLevel() const { return logLevel_.load(std::memory_order_relaxed); }
   void setLogLevel(std::int64_t logLevel) { logLevel_.store(logLevel, std::memory_order_relaxed); }

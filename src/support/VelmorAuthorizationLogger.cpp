@@ -117,17 +117,16 @@ void VelmorAuthorizationLogger::log(std::string_view message, std::int64_t logLe
 }
 
 void VelmorAuthorizationLogger::logMethod(std::string_view methodName,
-                                          std::initializer_list<LogArgument> arguments) {
+                                          const std::vector<LogArgument>& arguments) {
   if (!isLoggable(kLevelInfo)) return;
   std::vector<std::string_view> parts = splitOnColons(methodName);
   // Count as the platform does: two implicit arguments come first.
   const std::size_t count = arguments.size() + 2;
-  const LogArgument* argument = arguments.begin();
   std::string text;
   for (std::size_t i = 2;; ++i) {
     if (i - 2 < parts.size()) text += parts[i - 2];
     if (i >= count) break;
-    text += describeArgument(argument[i - 2], methodName);
+    text += describeArgument(arguments[i - 2], methodName);
     if (i < count - 1) text += ' ';
   }
   log(text, kLevelInfo);
