@@ -38,7 +38,7 @@ class Dictionary {
 
   const Value* find(std::string_view key) const;
   Value* find(std::string_view key);
-  bool contains(std::string_view key) const { return find(key) != nullptr; }
+  bool contains(std::string_view key) const;
   // The text under `key`, or nullptr when the key is missing or not a text.
   const std::string* findString(std::string_view key) const;
 
@@ -47,10 +47,10 @@ class Dictionary {
   // Returns whether the key was present.
   bool erase(std::string_view key);
 
-  std::size_t size() const { return entries_.size(); }
-  bool empty() const { return entries_.empty(); }
-  const_iterator begin() const { return entries_.begin(); }
-  const_iterator end() const { return entries_.end(); }
+  std::size_t size() const;
+  bool empty() const;
+  const_iterator begin() const;
+  const_iterator end() const;
 
   friend bool operator==(const Dictionary& a, const Dictionary& b);
 
@@ -71,10 +71,9 @@ class Value {
   Value() = default;
   Value(std::nullptr_t) {}
   Value(bool b) : storage_(b) {}
-  template <typename T,
-            std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> &&
-                                 !std::is_same_v<T, char>,
-                             int> = 0>
+  template <typename T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> &&
+                                             !std::is_same_v<T, char>,
+                                         int> = 0>
   Value(T n) {
     if constexpr (std::is_signed_v<T>) {
       storage_ = static_cast<std::int64_t>(n);
@@ -115,10 +114,17 @@ class Value {
   friend bool operator==(const Value& a, const Value& b) { return a.storage_ == b.storage_; }
 
  private:
-  std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string, Data,
-               Array, Dictionary>
+  std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string, Data, Array,
+               Dictionary>
       storage_;
 };
+
+// Defined here because they need Value to be complete.
+inline bool Dictionary::contains(std::string_view key) const { return find(key) != nullptr; }
+inline std::size_t Dictionary::size() const { return entries_.size(); }
+inline bool Dictionary::empty() const { return entries_.empty(); }
+inline Dictionary::const_iterator Dictionary::begin() const { return entries_.begin(); }
+inline Dictionary::const_iterator Dictionary::end() const { return entries_.end(); }
 
 }  // namespace velmor
 

@@ -5,10 +5,10 @@
 
 #include <atomic>
 #include <cstdint>
-#include <vector>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace velmor {
 

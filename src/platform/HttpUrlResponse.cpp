@@ -66,17 +66,16 @@ constexpr StatusPhrase kStatusPhrases[] = {
 
 }  // namespace
 
-HttpUrlResponse::HttpUrlResponse(Url url, std::int64_t statusCode,
-                                 const HeaderFields& headerFields)
+HttpUrlResponse::HttpUrlResponse(Url url, std::int64_t statusCode, const HeaderFields& headerFields)
     : url_(std::move(url)), statusCode_(statusCode) {
-  for (const auto& [name, value] : headerFields) {
-    auto same = std::find_if(headerFields_.begin(), headerFields_.end(), [&](const auto& field) {
-      return text::equalsIgnoringCase(field.first, name);
+  for (const auto& field : headerFields) {
+    auto same = std::find_if(headerFields_.begin(), headerFields_.end(), [&](const auto& kept) {
+      return text::equalsIgnoringCase(kept.first, field.first);
     });
     if (same == headerFields_.end()) {
-      headerFields_.emplace_back(name, value);
+      headerFields_.push_back(field);
     } else {
-      same->second += ", " + value;
+      same->second += ", " + field.second;
     }
   }
 }

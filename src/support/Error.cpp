@@ -12,8 +12,8 @@ Error::Error(std::string domain, std::int64_t code, std::optional<Dictionary> us
 Error::~Error() = default;
 
 std::optional<std::string> Error::description() const {
-  std::string text = stringWithFormat("Error Domain=%@ Code=%ld \"%@\"", domain_, code_,
-                                      localizedDescription());
+  std::string text =
+      stringWithFormat("Error Domain=%@ Code=%ld \"%@\"", domain_, code_, localizedDescription());
   if (userInfo_ && !userInfo_->empty()) text += stringWithFormat(" UserInfo=%@", *userInfo_);
   return text;
 }

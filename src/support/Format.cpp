@@ -46,8 +46,8 @@ std::size_t parseConversion(std::string_view format, std::size_t i, Conversion& 
 
 template <typename T>
 void appendPrintf(std::string& out, const Conversion& conversion, const char* length, T value) {
-  std::string spec = "%" + conversion.flags + conversion.width + conversion.precision + length +
-                     conversion.letter;
+  std::string spec =
+      "%" + conversion.flags + conversion.width + conversion.precision + length + conversion.letter;
   int size = std::snprintf(nullptr, 0, spec.c_str(), value);
   if (size <= 0) return;
   std::string buffer(static_cast<std::size_t>(size) + 1, '\0');

@@ -11,8 +11,8 @@ namespace {
 // Character access as the platform does it: out of range is a RangeException.
 char16_t unitAt(const std::u16string& units, std::size_t index) {
   if (index >= units.size()) {
-    throw RangeException(stringWithFormat("Index %lu out of bounds; string length %lu", index,
-                                          units.size()));
+    throw RangeException(
+        stringWithFormat("Index %lu out of bounds; string length %lu", index, units.size()));
   }
   return units[index];
 }
@@ -54,8 +54,8 @@ void ParamValidator::checkIsNotNilOrContainWhitespace(const std::optional<std::s
 void ParamValidator::checkIsGreaterThan(std::int64_t value, std::int64_t comparisonValue,
                                         std::string_view variableName) {
   if (value <= comparisonValue) {
-    throw RangeException(stringWithFormat("Value of %@, %ld, is not greater than %ld",
-                                          variableName, value, comparisonValue));
+    throw RangeException(stringWithFormat("Value of %@, %ld, is not greater than %ld", variableName,
+                                          value, comparisonValue));
   }
 }
 

@@ -71,7 +71,9 @@ void appendDouble(std::string& out, double d) {
   out += buffer;
 }
 
-void appendIndent(std::string& out, int level) { out.append(static_cast<std::size_t>(level) * 4, ' '); }
+void appendIndent(std::string& out, int level) {
+  out.append(static_cast<std::size_t>(level) * 4, ' ');
+}
 
 void appendValue(std::string& out, const Value& value, int level);
 

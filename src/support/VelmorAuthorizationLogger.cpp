@@ -112,8 +112,8 @@ void VelmorAuthorizationLogger::log(std::string_view message, std::int64_t logLe
   if (!isLoggable(logLevel)) return;
   VelmorAuthorizationLoggerDelegate* target = delegate();
   if (target == nullptr) return;
-  target->velmorAuthorizationLoggerLog(*this, stringWithFormat("%@\t%@", labelFor(logLevel), message),
-                                       logLevel);
+  target->velmorAuthorizationLoggerLog(
+      *this, stringWithFormat("%@\t%@", labelFor(logLevel), message), logLevel);
 }
 
 void VelmorAuthorizationLogger::logMethod(std::string_view methodName,

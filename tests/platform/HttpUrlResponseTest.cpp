@@ -27,11 +27,16 @@ TEST(HttpUrlResponse, PhrasesStatusCodes) {
     std::int64_t code;
     const char* phrase;
   };
-  const Case cases[] = {{200, "no error"},           {404, "not found"},
-                        {401, "unauthorized"},       {503, "service unavailable"},
-                        {500, "internal server error"}, {299, "success"},
-                        {399, "redirected"},         {499, "client error"},
-                        {599, "server error"},       {42, "server error"},
+  const Case cases[] = {{200, "no error"},
+                        {404, "not found"},
+                        {401, "unauthorized"},
+                        {503, "service unavailable"},
+                        {500, "internal server error"},
+                        {299, "success"},
+                        {399, "redirected"},
+                        {499, "client error"},
+                        {599, "server error"},
+                        {42, "server error"},
                         {-1, "server error"}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.code);

@@ -39,8 +39,14 @@ TEST(Url, AcceptsCustomAndOpaqueSchemes) {
 }
 
 TEST(Url, RefusesTextThatIsNotAUrl) {
-  const char* cases[] = {"", "no scheme", "/relative/path", "https://h/a b", "https://h/\x01",
-                         "https://h/caf\xC3\xA9", "1http://h", "https://[bad"};
+  const char* cases[] = {"",
+                         "no scheme",
+                         "/relative/path",
+                         "https://h/a b",
+                         "https://h/\x01",
+                         "https://h/caf\xC3\xA9",
+                         "1http://h",
+                         "https://[bad"};
   for (const char* text : cases) {
     SCOPED_TRACE(text);
     EXPECT_FALSE(Url::withString(text));

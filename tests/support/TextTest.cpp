@@ -17,8 +17,7 @@ TEST(Text, CountsLengthInUtf16Units) {
 }
 
 TEST(Text, RoundTripsUtf8ThroughUtf16) {
-  const std::string samples[] = {"", "plain", "caf\xC3\xA9", "\xF0\x9F\x98\x80 x",
-                                 "\xE2\x80\x99"};
+  const std::string samples[] = {"", "plain", "caf\xC3\xA9", "\xF0\x9F\x98\x80 x", "\xE2\x80\x99"};
   for (const std::string& sample : samples) {
     SCOPED_TRACE(sample);
     EXPECT_EQ(text::toUtf8(text::toUtf16(sample)), sample);
@@ -45,7 +44,9 @@ TEST(Text, SeparatesWhitespaceFromNewlines) {
 TEST(Text, TrimsEachSet) {
   EXPECT_EQ(text::trimWhitespace(" \t a b \t"), "a b");
   EXPECT_EQ(text::trimWhitespace("\n a \n"), "\n a \n");
-  EXPECT_EQ(text::trimWhitespaceAndNewlines("\r\n\xC2\xA0" "a b\n"), "a b");
+  EXPECT_EQ(text::trimWhitespaceAndNewlines("\r\n\xC2\xA0"
+                                            "a b\n"),
+            "a b");
   EXPECT_EQ(text::trimWhitespaceAndNewlines(" \n "), "");
 }
 

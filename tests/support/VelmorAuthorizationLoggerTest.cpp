@@ -18,9 +18,14 @@ TEST(VelmorAuthorizationLogger, WritesWhatPassesTheThresholdWithItsLabel) {
     const char* expected;  // nullptr: dropped
   };
   const Case cases[] = {
-      {0, 1, nullptr},           {3, 5, nullptr},          {3, 3, "INFO\tmessage"},
-      {3, 1, "ERROR\tmessage"},  {5, 5, "SENSITIVE\tmessage"}, {4, 4, "UNKNOWN\tmessage"},
-      {2, 2, "UNKNOWN\tmessage"}, {-1, 0, nullptr},
+      {0, 1, nullptr},
+      {3, 5, nullptr},
+      {3, 3, "INFO\tmessage"},
+      {3, 1, "ERROR\tmessage"},
+      {5, 5, "SENSITIVE\tmessage"},
+      {4, 4, "UNKNOWN\tmessage"},
+      {2, 2, "UNKNOWN\tmessage"},
+      {-1, 0, nullptr},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << c.threshold << "/" << c.level);
@@ -70,13 +75,9 @@ TEST(VelmorAuthorizationLogger, LogsMethodCallsByTypeTag) {
       {"-[C flag:other:]",
        {LogArgument::boolean(true), LogArgument::boolean(false)},
        "-[C flag: 'YES' other: 'NO']"},
-      {"-[C yes:no:]",
-       {LogArgument::yesNo(1), LogArgument::yesNo(0)},
-       "-[C yes: '1' no: '0']"},
+      {"-[C yes:no:]", {LogArgument::yesNo(1), LogArgument::yesNo(0)}, "-[C yes: '1' no: '0']"},
       {"-[C count:]", {LogArgument::unsignedInteger(~0ull)}, "-[C count: '-1']"},
-      {"-[C out:]",
-       {LogArgument::pointerTo("^@", &target)},
-       "-[C out: '" + pointerText() + "']"},
+      {"-[C out:]", {LogArgument::pointerTo("^@", &target)}, "-[C out: '" + pointerText() + "']"},
       {"-[C completion:]", {LogArgument::callback(false)}, "-[C completion: '(null)']"},
   };
   for (const Case& c : cases) {
@@ -93,7 +94,8 @@ TEST(VelmorAuthorizationLogger, RefusesUnknownTypeTagsOnlyWhenLogging) {
   signedInteger.typeTag = "q";
   {
     ScopedLogger quiet(1, nullptr);
-    EXPECT_NO_THROW(VelmorAuthorizationLogger::sharedLogger().logMethod("-[C n:]", {signedInteger}));
+    EXPECT_NO_THROW(
+        VelmorAuthorizationLogger::sharedLogger().logMethod("-[C n:]", {signedInteger}));
   }
   ScopedLogger scope(3, nullptr);
   try {
