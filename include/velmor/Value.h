@@ -47,10 +47,11 @@ class Dictionary {
   // Returns whether the key was present.
   bool erase(std::string_view key);
 
-  std::size_t size() const { return entries_.size(); }
-  bool empty() const { return entries_.empty(); }
-  const_iterator begin() const { return entries_.begin(); }
-  const_iterator end() const { return entries_.end(); }
+  // Defined below Value: the entries' type must be complete first.
+  std::size_t size() const;
+  bool empty() const;
+  const_iterator begin() const;
+  const_iterator end() const;
 
   friend bool operator==(const Dictionary& a, const Dictionary& b);
 
@@ -71,10 +72,9 @@ class Value {
   Value() = default;
   Value(std::nullptr_t) {}
   Value(bool b) : storage_(b) {}
-  template <typename T,
-            std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> &&
-                                 !std::is_same_v<T, char>,
-                             int> = 0>
+  template <typename T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> &&
+                                             !std::is_same_v<T, char>,
+                                         int> = 0>
   Value(T n) {
     if constexpr (std::is_signed_v<T>) {
       storage_ = static_cast<std::int64_t>(n);
@@ -115,10 +115,15 @@ class Value {
   friend bool operator==(const Value& a, const Value& b) { return a.storage_ == b.storage_; }
 
  private:
-  std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string, Data,
-               Array, Dictionary>
+  std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string, Data, Array,
+               Dictionary>
       storage_;
 };
+
+inline std::size_t Dictionary::size() const { return entries_.size(); }
+inline bool Dictionary::empty() const { return entries_.empty(); }
+inline Dictionary::const_iterator Dictionary::begin() const { return entries_.begin(); }
+inline Dictionary::const_iterator Dictionary::end() const { return entries_.end(); }
 
 }  // namespace velmor
 

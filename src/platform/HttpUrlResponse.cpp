@@ -66,17 +66,17 @@ constexpr StatusPhrase kStatusPhrases[] = {
 
 }  // namespace
 
-HttpUrlResponse::HttpUrlResponse(Url url, std::int64_t statusCode,
-                                 const HeaderFields& headerFields)
+HttpUrlResponse::HttpUrlResponse(Url url, std::int64_t statusCode, const HeaderFields& headerFields)
     : url_(std::move(url)), statusCode_(statusCode) {
-  for (const auto& [name, value] : headerFields) {
+  // A plain loop variable: clang 14 cannot capture structured bindings.
+  for (const auto& received : headerFields) {
     auto same = std::find_if(headerFields_.begin(), headerFields_.end(), [&](const auto& field) {
-      return text::equalsIgnoringCase(field.first, name);
+      return text::equalsIgnoringCase(field.first, received.first);
     });
     if (same == headerFields_.end()) {
-      headerFields_.emplace_back(name, value);
+      headerFields_.push_back(received);
     } else {
-      same->second += ", " + value;
+      same->second += ", " + received.second;
     }
   }
 }
