@@ -9,30 +9,19 @@
 namespace velmor {
 namespace {
 
-std::shared_ptr<ServerErrorResponse> serverResponse(const Dictionary& body) {
-  return std::make_shared<ServerErrorResponse>(body);
-}
-
 std::shared_ptr<HttpUrlResponse> httpResponse(std::int64_t status) {
   return std::make_shared<HttpUrlResponse>(*Url::withString("https://auth.example.com/oauth2"),
                                            status,
                                            HttpUrlResponse::HeaderFields{{"Retry-After", "120"}});
 }
 
-VelmorAuthorizationError invalidGrantWithDetail(std::optional<std::string> detail) {
-  auto response = std::make_shared<ServerErrorResponse>();
-  response->setError("invalid_grant");
-  response->setErrorReason("account_lockout");
-  response->setErrorReasonDetail(std::move(detail));
-  return VelmorAuthorizationError(response, 4, Dictionary{{"error", "invalid_grant"}});
+VelmorAuthorizationError serverError(std::int64_t code, const Dictionary& body) {
+  return VelmorAuthorizationError(std::make_shared<ServerErrorResponse>(body), code,
+                                  Dictionary{{"error", "invalid_grant"}});
 }
 
-TEST(VelmorAuthorizationErrorTest, LockoutPhraseKeepsHoursAndDropsMinutesUnderAnHour) {
-  struct Case {
-    std::optional<std::string> detail;
-    const char* phrase;
-  };
-  const Case cases[] = {
+TEST(VelmorAuthorizationErrorTest, LockoutPhraseDropsMinutesUnderAnHour) {
+  const std::pair<const char*, const char*> cases[] = {
       {"5400", "1 hour and 30 minutes"},
       {"7200", "2 hours"},
       {"1800", "1 minute"},
@@ -40,32 +29,28 @@ TEST(VelmorAuthorizationErrorTest, LockoutPhraseKeepsHoursAndDropsMinutesUnderAn
       {"", "1 minute"},
       {"abc", "1 minute"},
       {"-60", "1 minute"},
-      {std::nullopt, "1 minute"},
-      {"3600", "1 hour"},
       {"3659", "1 hour"},
       {"3660", "1 hour and 1 minute"},
       {"3720", "1 hour and 2 minutes"},
       {"7260", "2 hours and 1 minute"},
       {"7320", "2 hours and 2 minutes"},
       {"180000", "50 hours"},
-      {" 5400s", "1 hour and 30 minutes"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.detail.value_or("(absent)"));
-    auto error = VelmorAuthorizationError::accountLockoutError(invalidGrantWithDetail(c.detail));
+  for (const auto& [detail, phrase] : cases) {
+    SCOPED_TRACE(detail);
+    auto error = VelmorAuthorizationError::accountLockoutError(
+        serverError(4, {{"x_error_reason_detail", detail}}));
     EXPECT_EQ(error->description(),
               std::string("This account has been temporarily locked out. Please try again in ") +
-                  c.phrase + ".");
+                  phrase + ".");
   }
 }
 
 TEST(VelmorAuthorizationErrorTest, SignInErrorsKeepOnlyDomainCodeAndUserInfo) {
-  VelmorAuthorizationError source = invalidGrantWithDetail("60");
+  VelmorAuthorizationError source = serverError(4, {{"x_error_reason_detail", "60"}});
   source.setHttpUrlResponse(httpResponse(400));
-
-  auto lockout = VelmorAuthorizationError::accountLockoutError(source);
   auto invalid = VelmorAuthorizationError::invalidSignInError(source);
-  for (const auto& error : {lockout, invalid}) {
+  for (const auto& error : {VelmorAuthorizationError::accountLockoutError(source), invalid}) {
     EXPECT_EQ(error->domain(), AuthorizationServerErrorDomain);
     EXPECT_EQ(error->code(), 4);
     EXPECT_EQ(error->userInfo(), (Dictionary{{"error", "invalid_grant"}}));
@@ -89,7 +74,6 @@ TEST(VelmorAuthorizationErrorTest, FixedTextsOfClientAndNetworkCodes) {
       {AuthorizationClientErrorDomain, 2, "Insecure URL provided as parameter"},
       {AuthorizationClientErrorDomain, 3, "Missing response value"},
       {AuthorizationClientErrorDomain, 4, std::nullopt},
-      {AuthorizationClientErrorDomain, 5, std::nullopt},
       {NetworkCommunicationErrorDomain, 0, "Unknown network error"},
       {NetworkCommunicationErrorDomain, 1, std::nullopt},
       {NetworkCommunicationErrorDomain, 2, "Missing 'Content-Type'"},
@@ -98,8 +82,7 @@ TEST(VelmorAuthorizationErrorTest, FixedTextsOfClientAndNetworkCodes) {
       {NetworkCommunicationErrorDomain, 5,
        "Response data length did not match advertised content length"},
       {NetworkCommunicationErrorDomain, 6, "Unexpected response content'"},
-      {AuthorizationServerErrorDomain, 1, std::nullopt},
-      {"CCCrypt.kCCDecrypt", -4304, std::nullopt},
+      {"CCCrypt.kCCDecrypt", 1, std::nullopt},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.domain) + " " + std::to_string(c.code));
@@ -109,36 +92,23 @@ TEST(VelmorAuthorizationErrorTest, FixedTextsOfClientAndNetworkCodes) {
   }
 }
 
-TEST(VelmorAuthorizationErrorTest, FixedTextsGoThroughTheLocalizationTable) {
+TEST(VelmorAuthorizationErrorTest, FixedTextsAreTranslatedDescriptionTextsAreNot) {
   Localization::setTable({{"Invalid operation", "Opération non valide"},
-                          {"Unexpected response content'", "Contenu de réponse inattendu"}});
+                          {"Unexpected response content'", "Contenu inattendu"}});
   EXPECT_EQ(VelmorAuthorizationError(AuthorizationClientErrorDomain, 1, std::nullopt).description(),
             "Opération non valide");
   EXPECT_EQ(VelmorAuthorizationError(NetworkCommunicationErrorDomain, 6, std::nullopt)
                 .localizedDescription(),
-            "Contenu de réponse inattendu");
-  EXPECT_EQ(VelmorAuthorizationError(AuthorizationClientErrorDomain, 3, std::nullopt).description(),
-            "Missing response value");
-  // A description text is the caller's own and is not translated.
-  EXPECT_EQ(
-      VelmorAuthorizationError(AuthorizationClientErrorDomain, 1, "Invalid operation", std::nullopt)
-          .description(),
-      "Invalid operation");
+            "Contenu inattendu");
+  VelmorAuthorizationError own(AuthorizationClientErrorDomain, 1, "Invalid operation",
+                               Dictionary{});
+  own.setServerErrorResponse(std::make_shared<ServerErrorResponse>());
+  EXPECT_EQ(own.description(), "Invalid operation");
   Localization::setTable({});
 }
 
-TEST(VelmorAuthorizationErrorTest, DescriptionTextWinsOverEverything) {
-  VelmorAuthorizationError error(NetworkCommunicationErrorDomain, 6, "Own text", std::nullopt);
-  error.setServerErrorResponse(serverResponse({{"error", "invalid_grant"}}));
-  EXPECT_EQ(error.description(), "Own text");
-}
-
 TEST(VelmorAuthorizationErrorTest, ServerErrorResponseTextAppendsOnlyNonEmptyDetails) {
-  struct Case {
-    Dictionary body;
-    const char* text;
-  };
-  const Case cases[] = {
+  const std::pair<Dictionary, const char*> cases[] = {
       {{{"error", "invalid_grant"},
         {"error_description", "bad"},
         {"x_error_reason", "account_lockout"},
@@ -147,34 +117,27 @@ TEST(VelmorAuthorizationErrorTest, ServerErrorResponseTextAppendsOnlyNonEmptyDet
        "Error reason detail: '60'"},
       {{{"error", "invalid_client"}, {"error_description", ""}, {"x_error_reason_detail", "7"}},
        "Server error: 'invalid_client', Error reason detail: '7'"},
-      {{{"error_description", "no code"}, {"error_uri", "https://e"}},
-       "Server error: '(null)', Description: 'no code'"},
+      {{{"error_description", "no code"}}, "Server error: '(null)', Description: 'no code'"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.text);
-    VelmorAuthorizationError error(httpResponse(400), serverResponse(c.body), 4);
-    EXPECT_EQ(error.description(), c.text);
+  for (const auto& [body, text] : cases) {
+    SCOPED_TRACE(text);
+    VelmorAuthorizationError error(httpResponse(400), std::make_shared<ServerErrorResponse>(body),
+                                   4);
+    EXPECT_EQ(error.description(), text);
   }
 }
 
-TEST(VelmorAuthorizationErrorTest, NonJsonResponseDescribesItsStatus) {
-  VelmorAuthorizationError error(httpResponse(503));
-  EXPECT_EQ(error.domain(), AuthorizationServerErrorDomain);
-  EXPECT_EQ(error.code(), 503);
-  EXPECT_EQ(error.userInfo(), (Dictionary{{"Retry-After", "120"}}));
-  EXPECT_EQ(error.description(), "Server error status code: 503 'service unavailable'");
-  // An unknown code in a known domain falls through to the server details.
-  VelmorAuthorizationError clientError(AuthorizationClientErrorDomain, 4, std::nullopt);
-  clientError.setHttpUrlResponse(httpResponse(404));
-  EXPECT_EQ(clientError.description(), "Server error status code: 404 'not found'");
-}
+TEST(VelmorAuthorizationErrorTest, HttpResponseAndKeychainErrors) {
+  VelmorAuthorizationError http(httpResponse(503));
+  EXPECT_EQ(http.domain(), AuthorizationServerErrorDomain);
+  EXPECT_EQ(http.code(), 503);
+  EXPECT_EQ(http.userInfo(), (Dictionary{{"Retry-After", "120"}}));
+  EXPECT_EQ(http.description(), "Server error status code: 503 'service unavailable'");
 
-TEST(VelmorAuthorizationErrorTest, KeychainErrorNamesStatusMessageAndCall) {
-  VelmorAuthorizationError error("SecKeychainFindGenericPassword", -25300);
-  EXPECT_EQ(error.domain(), "com.velmor.authorization.client.general");
-  EXPECT_EQ(error.code(), -25300);
-  EXPECT_EQ(error.userInfo(), std::nullopt);
-  EXPECT_EQ(error.description(),
+  VelmorAuthorizationError keychain("SecKeychainFindGenericPassword", -25300);
+  EXPECT_EQ(keychain.domain(), "com.velmor.authorization.client.general");
+  EXPECT_EQ(keychain.code(), -25300);
+  EXPECT_EQ(keychain.description(),
             "Keychain error: -25300, 'The specified item could not be found in the keychain.' in "
             "SecKeychainFindGenericPassword");
 }
@@ -186,50 +149,30 @@ TEST(VelmorAuthorizationErrorTest, WebSignInRedirectLeavesOutEmptyValues) {
   EXPECT_EQ(full.authorizationServerError(), 1);
   EXPECT_EQ(full.userInfo(), (Dictionary{{"errorUrl", "https://app/cb?error=x"}, {"state", "s1"}}));
   EXPECT_EQ(full.serverErrorDescription(), "User said no");
-  // The redirect's description stays out of the text.
   EXPECT_EQ(full.description(), "Server error: 'access_denied'");
 
   VelmorAuthorizationError bare("Something_Else", std::nullopt, "", "");
   EXPECT_EQ(bare.code(), -1);
   EXPECT_EQ(bare.userInfo(), Dictionary{});
-  EXPECT_EQ(bare.description(), "Server error: 'Something_Else'");
-
-  VelmorAuthorizationError nothing(std::nullopt, std::nullopt, std::nullopt, std::nullopt);
-  EXPECT_EQ(nothing.description(), std::nullopt);
 }
 
 TEST(VelmorAuthorizationErrorTest, AccountLockoutNeedsInvalidGrantReasonAndDetail) {
   struct Case {
-    const char* name;
     std::int64_t code;
     Dictionary body;
     bool lockout;
   };
   const Case cases[] = {
-      {"lockout",
-       4,
-       {{"x_error_reason", "account_lockout"}, {"x_error_reason_detail", "60"}},
-       true},
-      {"reason in capitals",
-       4,
-       {{"x_error_reason", "ACCOUNT_Lockout"}, {"x_error_reason_detail", ""}},
-       true},
-      {"absent reason counts as equal", 4, {{"x_error_reason_detail", "60"}}, true},
-      {"no detail", 4, {{"x_error_reason", "account_lockout"}}, false},
-      {"other reason",
-       4,
-       {{"x_error_reason", "password_expired"}, {"x_error_reason_detail", "60"}},
-       false},
-      {"not invalid_grant",
-       3,
-       {{"x_error_reason", "account_lockout"}, {"x_error_reason_detail", "60"}},
-       false},
+      {4, {{"x_error_reason", "account_lockout"}, {"x_error_reason_detail", "60"}}, true},
+      {4, {{"x_error_reason", "ACCOUNT_Lockout"}, {"x_error_reason_detail", ""}}, true},
+      {4, {{"x_error_reason_detail", "60"}}, true},  // an absent reason counts as equal
+      {4, {{"x_error_reason", "account_lockout"}}, false},
+      {4, {{"x_error_reason", "password_expired"}, {"x_error_reason_detail", "60"}}, false},
+      {3, {{"x_error_reason", "account_lockout"}, {"x_error_reason_detail", "60"}}, false},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    VelmorAuthorizationError error(serverResponse(c.body), c.code, std::nullopt);
-    EXPECT_EQ(error.isInvalidGrantError(), c.code == 4);
-    EXPECT_EQ(error.isAccountLockoutError(), c.lockout);
+    SCOPED_TRACE(Value(c.body).description());
+    EXPECT_EQ(serverError(c.code, c.body).isAccountLockoutError(), c.lockout);
   }
   VelmorAuthorizationError withoutBody(AuthorizationServerErrorDomain, 4, std::nullopt);
   withoutBody.setAuthorizationServerError(4);
