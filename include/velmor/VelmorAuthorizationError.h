@@ -42,11 +42,12 @@ class VelmorAuthorizationError : public Error {
 
   VelmorAuthorizationError(std::string domain, std::int64_t code,
                            std::optional<Dictionary> userInfo);
-  // A failed keychain call: client domain, the status as code, and the text
-  // "Keychain error: <status>, '<message>' in <call>".
+  // A failed keychain call: client domain, the status as code, no user
+  // information, and the text "Keychain error: <status>, '<message>' in
+  // <call>" with the store's English message for the status.
   VelmorAuthorizationError(const std::string& keychainCall, std::int32_t statusCode);
   // A non-JSON error answer: server domain, the HTTP status as code, the
-  // header fields as user information.
+  // header fields as user information. A null response gives code 0.
   explicit VelmorAuthorizationError(std::shared_ptr<HttpUrlResponse> httpUrlResponse);
   VelmorAuthorizationError(std::string domain, std::int64_t code,
                            std::optional<std::string> descriptionText,
@@ -70,8 +71,11 @@ class VelmorAuthorizationError : public Error {
   bool isAccountLockoutError() const;
 
   // The first that applies: the description text; the fixed text of a
-  // client-domain code 0-3 or network-domain code 0 or 2-6; the server error
-  // body; the HTTP status; the redirect's error text. Otherwise absent.
+  // client-domain code 0-3 or network-domain code 0 or 2-6, translated
+  // through Localization; "Server error: '<error>'" with the server error
+  // body's non-empty description, reason and reason detail appended;
+  // "Server error status code: <status> '<phrase>'"; "Server error: '<text>'"
+  // for a web sign-in redirect. Otherwise absent (client code 4, say).
   std::optional<std::string> description() const override;
   std::optional<std::string> localizedDescription() const override;
 

@@ -8,8 +8,8 @@
 namespace velmor {
 namespace {
 
-using fakes::RecordingLoggerDelegate;
-using fakes::ScopedLogger;
+using test::RecordingLoggerDelegate;
+using test::ScopedLogger;
 
 TEST(VelmorAuthorizationLogger, WritesWhatPassesTheThresholdWithItsLabel) {
   struct Case {

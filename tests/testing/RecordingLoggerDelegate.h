@@ -11,7 +11,7 @@
 
 #include "velmor/VelmorAuthorizationLogger.h"
 
-namespace velmor::fakes {
+namespace velmor::test {
 
 class RecordingLoggerDelegate final : public VelmorAuthorizationLoggerDelegate {
  public:
@@ -65,6 +65,6 @@ class ScopedLogger final {
   VelmorAuthorizationLoggerDelegate* savedDelegate_;
 };
 
-}  // namespace velmor::fakes
+}  // namespace velmor::test
 
 #endif  // VELMOR_TESTS_TESTING_RECORDING_LOGGER_DELEGATE_H_
