@@ -45,14 +45,15 @@ std::optional<Data> reportCipherResult(CryptorStatus status, Data output, const 
 void cleanseData(Data& data) { OPENSSL_cleanse(data.data(), data.size()); }
 
 Data CryptoUtility::calculateHmacWithKey(const Data& key, const Data& data) {
-  // OpenSSL reads a null key as "keep the previous key", so empty blocks
-  // still need an address.
-  static constexpr std::uint8_t kNoBytes[1] = {0};
+  // OpenSSL refuses an HMAC whose key and data are both null pointers, as
+  // empty blocks may give; an address of nothing is fine.
+  static constexpr std::uint8_t kNothing[1] = {0};
+  const std::uint8_t* keyBytes = key.empty() ? kNothing : key.data();
+  const std::uint8_t* dataBytes = data.empty() ? kNothing : data.data();
   Data mac(kHmacLength);
   std::size_t macLength = 0;
-  if (EVP_Q_mac(nullptr, "HMAC", nullptr, "SHA256", nullptr, key.empty() ? kNoBytes : key.data(),
-                key.size(), data.empty() ? kNoBytes : data.data(), data.size(), mac.data(),
-                mac.size(), &macLength) == nullptr) {
+  if (EVP_Q_mac(nullptr, "HMAC", nullptr, "SHA256", nullptr, keyBytes, key.size(), dataBytes,
+                data.size(), mac.data(), mac.size(), &macLength) == nullptr) {
     ERR_clear_error();
     // SHA-256 is built into libcrypto: only a lack of memory stops an HMAC.
     throw std::bad_alloc();

@@ -26,6 +26,7 @@ class CryptoUtility final {
   static constexpr std::size_t kInitializationVectorLength = 16;
 
   // HMAC-SHA-256 of all of `data`, keyed with all of `key`: always 32 bytes.
+  // Throws std::bad_alloc when OpenSSL runs out of memory, its only failure.
   static Data calculateHmacWithKey(const Data& key, const Data& data);
 
   // A 32-byte PBKDF2-HMAC-SHA-256 key. A round count of 0 first measures

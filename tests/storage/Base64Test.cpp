@@ -10,11 +10,10 @@
 namespace velmor {
 namespace {
 
-TEST(Base64Test, EncodesRfc4648Vectors) {
+TEST(Base64Test, RoundTripsRfc4648Vectors) {
   const std::pair<const char*, const char*> cases[] = {
-      {"f", "Zg=="},        {"fo", "Zm8="},        {"foo", "Zm9v"},
-      {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"},
-      {"M", "TQ=="},        {"Ma", "TWE="},        {"Man", "TWFu"},
+      {"f", "Zg=="},         {"fo", "Zm8="},         {"foo", "Zm9v"}, {"foob", "Zm9vYg=="},
+      {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}, {"M", "TQ=="},   {"Ma", "TWE="},
   };
   for (const auto& [text, encoded] : cases) {
     SCOPED_TRACE(text);
@@ -24,30 +23,21 @@ TEST(Base64Test, EncodesRfc4648Vectors) {
   }
 }
 
-TEST(Base64Test, EncodesNothingForEmptyInput) {
+TEST(Base64Test, EncodesNothingForEmptyInputAndNoLineBreaks) {
   EXPECT_EQ(Base64::encodeBase64WithData(Data()), std::nullopt);
   EXPECT_EQ(Base64::encodeBase64WithString(""), std::nullopt);
-}
-
-TEST(Base64Test, EncodesUtf8BytesOnOneLine) {
   EXPECT_EQ(Base64::encodeBase64WithString("h\xc3\xa9"), "aMOp");
-  const std::optional<std::string> encoded = Base64::encodeBase64WithData(Data(300, 0xff));
-  ASSERT_TRUE(encoded.has_value());
-  EXPECT_EQ(*encoded, std::string(400, '/'));
+  EXPECT_EQ(Base64::encodeBase64WithData(Data(300, 0xff)), std::string(400, '/'));
 }
 
 TEST(Base64Test, DecodesLeniently) {
   const std::pair<std::string_view, const char*> cases[] = {
       {"", ""},
       {"TQ", "M"},
-      {"TWE", "Ma"},
       {"TWFuT", "Man"},  // leftover bits are dropped
-      {"TW\nFu", "Man"},
       {"\tT W\rF\fu\n", "Man"},
-      {"TQ==", "M"},
       {"TW=Fu", "Man"},  // a "=" in the middle is passed over
-      {"=TWFu", "Man"},
-      {"TWFu=", "Man"},
+      {"=TWFu=", "Man"},
       {"==", ""},
       {std::string_view("TW\0Fu", 5), "M"},  // the text ends at a NUL
       {std::string_view("TWFu\0-", 6), "Man"},
@@ -66,19 +56,20 @@ TEST(Base64Test, RefusesALonePadAfterAGroupsFirstSymbol) {
 }
 
 TEST(Base64Test, RefusesEveryByteOutsideAlphabetAndSpaces) {
-  const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  const std::string passed = alphabet + "\t\n\f\r =" + std::string(1, '\0');
+  const std::string passed =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/\t\n\f\r =" +
+      std::string(1, '\0');
   for (int byte = 0; byte < 256; ++byte) {
     const char c = static_cast<char>(byte);
     if (passed.find(c) != std::string::npos) continue;
     SCOPED_TRACE(byte);
-    // Both where whole groups are read at once and in a trailing group.
+    // Both inside a whole group and in a trailing one.
     EXPECT_EQ(Base64::decodeBase64WithString(std::string("TW") + c + "uTWFu"), std::nullopt);
     EXPECT_EQ(Base64::decodeBase64WithString(std::string("TWFuT") + c), std::nullopt);
   }
 }
 
-TEST(Base64Test, RoundTripsRandomBlocksWithBreaksAnywhere) {
+TEST(Base64Test, RoundTripsRandomBlocksWithALineBreakAnywhere) {
   std::mt19937 random(20240501);
   for (std::size_t length = 1; length <= 64; ++length) {
     Data bytes(length);
@@ -87,8 +78,7 @@ TEST(Base64Test, RoundTripsRandomBlocksWithBreaksAnywhere) {
     SCOPED_TRACE(encoded);
     EXPECT_EQ(Base64::decodeBase64WithString(encoded), bytes);
     for (std::size_t at = 0; at <= encoded.size(); ++at) {
-      std::string broken = encoded;
-      broken.insert(at, "\r\n");
+      const std::string broken = encoded.substr(0, at) + "\r\n" + encoded.substr(at);
       EXPECT_EQ(Base64::decodeBase64WithString(broken), bytes) << "break at " << at;
     }
   }

@@ -9,17 +9,12 @@
 
 namespace velmor {
 
-// "0b0b" -> {0x0b, 0x0b}; spaces are ignored.
+// "0b0b" -> {0x0b, 0x0b}.
 inline Data hexData(std::string_view hex) {
   Data bytes;
-  std::string digits;
-  for (const char c : hex) {
-    if (c == ' ') continue;
-    digits += c;
-    if (digits.size() == 2) {
-      bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits, nullptr, 16)));
-      digits.clear();
-    }
+  for (std::size_t at = 0; at + 1 < hex.size(); at += 2) {
+    bytes.push_back(
+        static_cast<std::uint8_t>(std::stoul(std::string(hex.substr(at, 2)), nullptr, 16)));
   }
   return bytes;
 }
