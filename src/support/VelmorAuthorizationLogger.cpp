@@ -57,45 +57,29 @@ std::string describeArgument(const LogArgument& argument, std::string_view metho
 }  // namespace
 
 LogArgument LogArgument::object(std::optional<std::string> description) {
-  LogArgument argument;
-  argument.typeTag = "@";
-  argument.text = std::move(description);
-  return argument;
+  return {"@", std::move(description), 0, nullptr};
 }
 
 LogArgument LogArgument::pointerTo(std::string typeTag, const void* pointer) {
-  LogArgument argument;
-  argument.typeTag = std::move(typeTag);
-  argument.pointer = pointer;
-  return argument;
+  return {std::move(typeTag), std::nullopt, 0, pointer};
 }
 
 LogArgument LogArgument::unsignedInteger(std::uint64_t value) {
-  LogArgument argument;
-  argument.typeTag = "Q";
-  argument.number = value;
-  return argument;
+  return {"Q", std::nullopt, value, nullptr};
 }
 
 LogArgument LogArgument::boolean(bool value) {
-  LogArgument argument;
-  argument.typeTag = "B";
-  argument.number = value ? 1 : 0;
-  return argument;
+  return {"B", std::nullopt, value ? 1u : 0u, nullptr};
 }
 
 LogArgument LogArgument::yesNo(signed char value) {
-  LogArgument argument;
-  argument.typeTag = "c";
-  argument.number = static_cast<unsigned char>(value);
-  return argument;
+  return {"c", std::nullopt, static_cast<unsigned char>(value), nullptr};
 }
 
 LogArgument LogArgument::callback(bool isSet) {
-  LogArgument argument;
-  argument.typeTag = "@?";
-  if (isSet) argument.text = "<__NSMallocBlock__>";
-  return argument;
+  std::optional<std::string> description;
+  if (isSet) description = "<__NSMallocBlock__>";
+  return {"@?", std::move(description), 0, nullptr};
 }
 
 VelmorAuthorizationLogger& VelmorAuthorizationLogger::sharedLogger() {
