@@ -1,0 +1,7 @@
+#include "velmor/SecretStore.h"
+
+namespace velmor {
+
+SecretStore::~SecretStore() = default;
+
+}  // namespace velmor

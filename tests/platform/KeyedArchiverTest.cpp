@@ -1,0 +1,108 @@
+#include "platform/KeyedArchiver.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include "platform/KeyedUnarchiver.h"
+#include "platform/PropertyList.h"
+#include "velmor/Exception.h"
+
+namespace velmor {
+namespace {
+
+TEST(KeyedArchiver, RoundTripsEveryValueKind) {
+  const Value samples[] = {
+      Value(),
+      Value(true),
+      Value(std::int64_t{-5}),
+      Value(std::numeric_limits<std::int64_t>::min()),
+      Value(std::int64_t{1} << 40),
+      Value(2.5),
+      Value("caf\xC3\xA9"),
+      Value(""),
+      Value(Data{}),
+      Value(Data{0, 1, 255}),
+      Value(Array{1, "two", Array{}}),
+      Value(Dictionary{{"ClientId", "x"}, {"nested", Dictionary{{"n", Value()}}}}),
+  };
+  for (const Value& sample : samples) {
+    SCOPED_TRACE(sample.description());
+    KeyedArchiver archiver;
+    archiver.encodeObject(sample, "Object");
+    KeyedUnarchiver unarchiver(archiver.finishEncoding());
+    std::optional<Value> decoded = unarchiver.decodeObjectForKey("Object");
+    if (sample.isNull()) {
+      EXPECT_FALSE(decoded);
+      EXPECT_TRUE(unarchiver.containsValueForKey("Object"));
+    } else {
+      ASSERT_TRUE(decoded);
+      EXPECT_EQ(*decoded, sample);
+    }
+  }
+}
+
+TEST(KeyedArchiver, KeepsKeysInEncodingOrderAndTypedAccess) {
+  KeyedArchiver archiver;
+  archiver.encodeInt32(1, "Version");
+  archiver.encodeBool(true, "Encrypted");
+  archiver.encodeBytes(Data(16, 7), "IV");
+  archiver.encodeObject(Dictionary{{"a", "b"}}, "DataDictionary");
+  Data archive = archiver.finishEncoding();
+  ASSERT_GE(archive.size(), 8u);
+  EXPECT_EQ(std::string(archive.begin(), archive.begin() + 8), "bplist00");
+  // The root's keys appear in the order they were encoded.
+  std::string text(archive.begin(), archive.end());
+  EXPECT_LT(text.find("Version"), text.find("Encrypted"));
+  EXPECT_LT(text.find("Encrypted"), text.find("IV"));
+
+  KeyedUnarchiver unarchiver(archive);
+  EXPECT_EQ(unarchiver.decodeInt32ForKey("Version"), 1);
+  EXPECT_TRUE(unarchiver.decodeBoolForKey("Encrypted"));
+  EXPECT_EQ(unarchiver.decodeBytesForKey("IV"), Data(16, 7));
+  EXPECT_EQ(unarchiver.decodeStringDictionaryForKey("DataDictionary"), (Dictionary{{"a", "b"}}));
+  EXPECT_EQ(unarchiver.decodeInt32ForKey("Missing"), 0);
+  EXPECT_FALSE(unarchiver.decodeBoolForKey("Missing"));
+  EXPECT_EQ(unarchiver.decodeBytesForKey("Missing"), std::nullopt);
+}
+
+TEST(KeyedUnarchiver, RaisesOnDamagedArchivesAndWrongKinds) {
+  Data arrayRoot = PropertyList::xmlFromDictionary({});
+  std::string xml(arrayRoot.begin(), arrayRoot.end());
+  xml.replace(xml.find("<dict/>"), 7, "<array/>");
+  const Data damaged[] = {Data{}, Data{'b', 'p', 'l', 'i', 's', 't', '0', '0', 1, 2, 3},
+                          Data(100, 0xFF), Data{'<', 'x', '>'}, Data(xml.begin(), xml.end())};
+  for (const Data& bytes : damaged) {
+    EXPECT_THROW(KeyedUnarchiver{bytes}, InvalidArgumentException);
+  }
+  KeyedArchiver archiver;
+  archiver.encodeObject("text", "Version");
+  archiver.encodeObject(Dictionary{{"a", 1}}, "DataDictionary");
+  archiver.encodeInt32(7, "IV");
+  KeyedUnarchiver unarchiver(archiver.finishEncoding());
+  for (const auto& decode :
+       {+[](const KeyedUnarchiver& u) { u.decodeInt32ForKey("Version"); },
+        +[](const KeyedUnarchiver& u) { u.decodeBoolForKey("Version"); },
+        +[](const KeyedUnarchiver& u) { u.decodeBytesForKey("IV"); },
+        +[](const KeyedUnarchiver& u) { u.decodeStringDictionaryForKey("DataDictionary"); }}) {
+    try {
+      decode(unarchiver);
+      ADD_FAILURE() << "expected an exception";
+    } catch (const Exception& e) {
+      EXPECT_EQ(e.name(), "NSInvalidUnarchiveOperationException");
+    }
+  }
+}
+
+TEST(PropertyList, WritesXmlThatReadsBack) {
+  Dictionary context{{"Context", "Device Name: \"x\" | Model: \"y\" | User: \"(null)\""}};
+  Data xml = PropertyList::xmlFromDictionary(context);
+  std::string text(xml.begin(), xml.end());
+  EXPECT_NE(text.find("<key>Context</key>"), std::string::npos);
+  EXPECT_EQ(PropertyList::parse(xml), Value(context));
+}
+
+}  // namespace
+}  // namespace velmor
