@@ -31,7 +31,8 @@ class SecretStore {
  public:
   virtual ~SecretStore();
 
-  // kSecretStoreSuccess and the item's bytes in `data`, or a status.
+  // kSecretStoreSuccess and the item's bytes in `data` (which may be null to
+  // test for the item only), or a status.
   virtual std::int32_t find(const std::string& service, const std::string& account, Data* data) = 0;
   // Adds a new item; kSecretStoreDuplicateItem when one exists already.
   virtual std::int32_t add(const std::string& service, const std::string& account,

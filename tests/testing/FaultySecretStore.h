@@ -1,0 +1,52 @@
+// A secret store that forwards to another and fails chosen calls on demand.
+#ifndef VELMOR_TESTS_TESTING_FAULTY_SECRET_STORE_H_
+#define VELMOR_TESTS_TESTING_FAULTY_SECRET_STORE_H_
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "velmor/MemorySecretStore.h"
+#include "velmor/SecretStore.h"
+
+namespace velmor::test {
+
+// Over a MemorySecretStore by default. Each fault switch holds the status
+// that call answers (0 = forward as usual); calls are counted.
+class FaultySecretStore final : public SecretStoreWrapper {
+ public:
+  explicit FaultySecretStore(
+      std::shared_ptr<SecretStore> target = std::make_shared<MemorySecretStore>())
+      : SecretStoreWrapper(std::move(target)) {}
+
+  std::atomic<std::int32_t> findFault{0};
+  std::atomic<std::int32_t> addFault{0};
+  std::atomic<std::int32_t> updateFault{0};
+  std::atomic<std::int32_t> removeFault{0};
+  std::atomic<int> finds{0}, adds{0}, updates{0}, removes{0};
+
+  std::int32_t find(const std::string& service, const std::string& account, Data* data) override {
+    ++finds;
+    return findFault ? findFault.load() : SecretStoreWrapper::find(service, account, data);
+  }
+  std::int32_t add(const std::string& service, const std::string& account,
+                   const Data& data) override {
+    ++adds;
+    return addFault ? addFault.load() : SecretStoreWrapper::add(service, account, data);
+  }
+  std::int32_t update(const std::string& service, const std::string& account,
+                      const Data& data) override {
+    ++updates;
+    return updateFault ? updateFault.load() : SecretStoreWrapper::update(service, account, data);
+  }
+  std::int32_t remove(const std::string& service, const std::string& account) override {
+    ++removes;
+    return removeFault ? removeFault.load() : SecretStoreWrapper::remove(service, account);
+  }
+};
+
+}  // namespace velmor::test
+
+#endif  // VELMOR_TESTS_TESTING_FAULTY_SECRET_STORE_H_
