@@ -23,7 +23,7 @@ namespace velmor {
 // The item is the only copy: every getter reads and decrypts the whole
 // record, every setter reads it, changes one entry and rewrites it whole.
 // With a key the record is an archive {Version 1, Encrypted YES, IV, HMAC,
-// EncryptedData} whose EncryptedData is AES-256-CBC of an inner archive
+// EncryptedData} whose EncryptedData is AES-CBC of an inner archive
 // {DataDictionary} under a fresh IV per save and whose HMAC is HMAC-SHA-256
 // of that inner archive, both under the same key. Without a key it is
 // {Version 1, Encrypted NO, DataDictionary}.
