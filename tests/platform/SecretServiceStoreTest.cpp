@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/GLibHandle.h"
@@ -255,6 +257,24 @@ TEST_F(SecretServiceStoreTest, RefusesNamesTheBusCannotCarry) {
       EXPECT_EQ(store_.remove(service, account), -50);
     }
   }
+}
+
+TEST_F(SecretServiceStoreTest, ServesManyThreadsAtOnce) {
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  for (std::uint8_t t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      std::string account = "thread " + std::to_string(t);
+      Data found;
+      if (store_.add(kService, account, Data{t}) != 0 ||
+          store_.find(kService, account, &found) != 0 || found != Data{t} ||
+          store_.remove(kService, account) != 0) {
+        ++failures;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(failures, 0);
 }
 
 class LockedCollectionTest : public ScenarioTest {
