@@ -38,12 +38,13 @@ namespace velmor {
 // Nothing ever prompts the user or unlocks a collection.
 //
 // The session bus is the one DBUS_SESSION_BUS_ADDRESS names; when it is
-// unset every call answers -25291 at once, so no X11 bus is ever launched.
-// Each call opens its own connection and ends within the deadline: the
+// unset (or asks for an autolaunched bus) every call answers -25291 at once,
+// so no X11 bus is ever launched. Each call makes its own Secret Service
+// objects on GIO's session-bus connection and ends within the deadline: the
 // D-Bus calls run asynchronously on a private main context of the calling
-// thread and are cancelled when the deadline passes, leaving no thread or
-// pending call behind. A Secret Service that hangs costs each call one
-// deadline. Calls may come from any thread at once.
+// thread and are cancelled when the deadline passes, so no call stays
+// pending and no thread of ours is left behind. A Secret Service that hangs
+// costs each call one deadline. Calls may come from any thread at once.
 //
 // Built without libsecret (VELMOR_WITH_LIBSECRET=OFF), every call answers
 // -25291 and isAvailable() is false.

@@ -12,9 +12,9 @@ namespace velmor {
 
 // Made for one store call and dropped after it, so that a restarted daemon
 // costs nothing and no proxy outlives the context its signals are delivered
-// to. The bus connection is GIO's shared one for the session bus (libsecret
-// cannot put its service object on another), so it lives on while the
-// application or another call holds it.
+// to. The bus connection is GIO's shared one for the session bus: libsecret
+// cannot put its service object on a private connection. GIO keeps it only
+// while someone holds it, so between calls the library holds no connection.
 //
 // Every call runs on the calling thread under `context` (which must outlive
 // this object) and fails once its deadline has passed. Nothing here unlocks
