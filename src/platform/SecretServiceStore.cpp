@@ -2,9 +2,10 @@
 
 #if VELMOR_HAVE_LIBSECRET
 
-#include <cstring>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/DeadlineContext.h"
 #include "platform/GLibHandle.h"
@@ -94,15 +95,11 @@ std::optional<std::string> itemEncoding(SecretItem* item) {
 }
 
 SecretValueHandle secretValue(const Data& data, bool base64) {
-  if (!base64) {
-    return SecretValueHandle(secret_value_new(reinterpret_cast<const gchar*>(data.data()),
-                                              static_cast<gssize>(data.size()),
-                                              "application/octet-stream"));
-  }
   // An empty block has no Base64 text; it is stored as empty text.
-  std::string text = Base64::encodeBase64WithData(data).value_or("");
-  return SecretValueHandle(
-      secret_value_new(text.data(), static_cast<gssize>(text.size()), "text/plain"));
+  std::string bytes = base64 ? Base64::encodeBase64WithData(data).value_or("")
+                             : std::string(data.begin(), data.end());
+  return SecretValueHandle(secret_value_new(bytes.c_str(), static_cast<gssize>(bytes.size()),
+                                            base64 ? "text/plain" : "application/octet-stream"));
 }
 
 std::int32_t readSecret(SecretItem* item, Data* data) {
@@ -110,13 +107,14 @@ std::int32_t readSecret(SecretItem* item, Data* data) {
   if (!value) return kSecretStoreIoError;
   gsize length = 0;
   const gchar* bytes = secret_value_get(value.get(), &length);
+  std::string_view secret(bytes ? bytes : "", bytes ? length : 0);
   std::optional<std::string> encoding = itemEncoding(item);
   std::optional<Data> decoded;
   if (!encoding) {
-    decoded = Data(bytes, bytes + length);
-  } else if (*encoding == kBase64Encoding && !std::memchr(bytes, '\0', length)) {
+    decoded = Data(secret.begin(), secret.end());
+  } else if (*encoding == kBase64Encoding && secret.find('\0') == std::string_view::npos) {
     // The decoder stops at a NUL, which Base64 text never holds.
-    decoded = Base64::decodeBase64WithString(std::string_view(bytes, length));
+    decoded = Base64::decodeBase64WithString(secret);
   }
   if (!decoded) return kSecretStoreIoError;
   if (data) *data = std::move(*decoded);
