@@ -29,6 +29,11 @@ if(BUILD_SHARED_LIBS)
 else()
   set(VELMOR_PC_REQUIRES "Requires")
 endif()
+if(VELMOR_WITH_LIBSECRET)
+  set(VELMOR_PC_LIBSECRET " libsecret-1")
+else()
+  set(VELMOR_PC_LIBSECRET "")
+endif()
 configure_file(cmake/velmor-authorization.pc.in
   ${CMAKE_CURRENT_BINARY_DIR}/velmor-authorization.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velmor-authorization.pc
