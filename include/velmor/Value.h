@@ -35,6 +35,9 @@ class Dictionary {
   // Builds a dictionary from entries in any order; for a key given more
   // than once the last entry wins, as when setting keys one by one.
   static Dictionary fromEntries(std::vector<Entry> entries);
+  // The same for the entries in [first, last), which are moved out and left
+  // valid but unspecified.
+  static Dictionary fromEntries(Entry* first, Entry* last);
 
   const Value* find(std::string_view key) const;
   Value* find(std::string_view key);
@@ -71,10 +74,9 @@ class Value {
   Value() = default;
   Value(std::nullptr_t) {}
   Value(bool b) : storage_(b) {}
-  template <typename T,
-            std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> &&
-                                 !std::is_same_v<T, char>,
-                             int> = 0>
+  template <typename T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> &&
+                                             !std::is_same_v<T, char>,
+                                         int> = 0>
   Value(T n) {
     if constexpr (std::is_signed_v<T>) {
       storage_ = static_cast<std::int64_t>(n);
@@ -115,8 +117,8 @@ class Value {
   friend bool operator==(const Value& a, const Value& b) { return a.storage_ == b.storage_; }
 
  private:
-  std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string, Data,
-               Array, Dictionary>
+  std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string, Data, Array,
+               Dictionary>
       storage_;
 };
 

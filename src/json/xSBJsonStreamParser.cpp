@@ -1,5 +1,6 @@
 #include "json/xSBJsonStreamParser.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -108,15 +109,18 @@ Value integerValue(const std::uint8_t* bytes, std::size_t length) {
   if (length >= kMaxIntegerTokenLength) return doubleValue(bytes, length);
   constexpr std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
   bool negative = bytes[0] == '-';
+  std::size_t i = negative ? 1 : 0;
+  // Nineteen digits always fit; only a twentieth can overflow.
+  constexpr std::size_t kSafeDigits = 19;
   std::uint64_t magnitude = 0;
+  for (std::size_t safeEnd = std::min(length, i + kSafeDigits); i < safeEnd; ++i) {
+    magnitude = magnitude * 10 + static_cast<unsigned>(bytes[i] - '0');
+  }
   bool overflow = false;
-  for (std::size_t i = negative ? 1 : 0; i < length; ++i) {
+  if (i < length) {
     unsigned digit = static_cast<unsigned>(bytes[i] - '0');
-    if (magnitude > (kMax - digit) / 10) {
-      overflow = true;
-      break;
-    }
-    magnitude = magnitude * 10 + digit;
+    overflow = magnitude > (kMax - digit) / 10;
+    if (!overflow) magnitude = magnitude * 10 + digit;
   }
   if (!negative) return Value(overflow ? kMax : magnitude);
   constexpr std::uint64_t kMinMagnitude = std::uint64_t{1} << 63;
@@ -135,8 +139,14 @@ xSBJsonStreamParser::xSBJsonStreamParser()
 
 xSBJsonStreamParser::Status xSBJsonStreamParser::parse(const std::uint8_t* bytes,
                                                        std::size_t length) {
-  tokeniser_.appendData(bytes, length);
   if (state_->isError()) return kError;
+  tokeniser_.appendData(bytes, length);
+  Status status = parseBuffered();
+  tokeniser_.keepPendingBytes();
+  return status;
+}
+
+xSBJsonStreamParser::Status xSBJsonStreamParser::parseBuffered() {
   for (;;) {
     const std::uint8_t* tokenBytes = nullptr;
     std::size_t tokenLength = 0;
@@ -148,11 +158,11 @@ xSBJsonStreamParser::Status xSBJsonStreamParser::parse(const std::uint8_t* bytes
     }
     if (token == Token::kNeedMoreInput) return state_->parserShouldReturn(*this);
     if (!state_->shouldAcceptToken(*this, token)) {
-      fail(stringWithFormat("Token '%@' not expected %@", tokenName(token), state_->name()));
+      failUnexpected(token);
       return kError;
     }
     handleToken(token, tokenBytes, tokenLength);
-    if (state_->isError()) return kError;
+    if (state_ == &xSBJsonStreamParserStateError::sharedInstance()) return kError;
   }
 }
 
@@ -179,14 +189,13 @@ void xSBJsonStreamParser::handleToken(Token token, const std::uint8_t* bytes, st
       if (delegate_) delegate_->foundNumber(*this, doubleValue(bytes, length));
       break;
     case Token::kString:
-      handleString(std::string(reinterpret_cast<const char*>(bytes), length));
+      handleString(std::string_view(reinterpret_cast<const char*>(bytes), length));
       return;
-    case Token::kEncodedString: {
-      std::string decoded;
-      xSBJsonTokeniser::decodeString(bytes, length, decoded);
-      handleString(std::move(decoded));
+    case Token::kEncodedString:
+      decoded_.clear();
+      xSBJsonTokeniser::decodeString(bytes, length, decoded_);
+      handleString(decoded_);
       return;
-    }
     default:
       // The separators only move the state on.
       break;
@@ -196,7 +205,7 @@ void xSBJsonStreamParser::handleToken(Token token, const std::uint8_t* bytes, st
 
 void xSBJsonStreamParser::openContainer(Token token) {
   if (stateStack_.size() >= maxDepth_) {
-    fail(stringWithFormat("Input depth exceeds max depth of %lu", maxDepth_));
+    failTooDeep();
     return;
   }
   bool isArray = token == Token::kArrayStart;
@@ -220,7 +229,7 @@ void xSBJsonStreamParser::closeContainer(Token token) {
   // always there; the check keeps a fault in a state from reading past the
   // stack.
   if (stateStack_.empty()) {
-    fail(stringWithFormat("Token '%@' not expected %@", tokenName(token), state_->name()));
+    failUnexpected(token);
     return;
   }
   const xSBJsonStreamParserState* saved = stateStack_.back();
@@ -234,15 +243,23 @@ void xSBJsonStreamParser::closeContainer(Token token) {
   }
 }
 
-void xSBJsonStreamParser::handleString(std::string string) {
+void xSBJsonStreamParser::handleString(std::string_view string) {
   if (delegate_) {
     if (state_->needKey()) {
-      delegate_->foundObjectKey(*this, std::move(string));
+      delegate_->foundObjectKey(*this, string);
     } else {
-      delegate_->foundString(*this, std::move(string));
+      delegate_->foundString(*this, string);
     }
   }
   state_->shouldTransitionTo(*this, Token::kString);
+}
+
+void xSBJsonStreamParser::failUnexpected(Token token) {
+  fail(stringWithFormat("Token '%@' not expected %@", tokenName(token), state_->name()));
+}
+
+void xSBJsonStreamParser::failTooDeep() {
+  fail(stringWithFormat("Input depth exceeds max depth of %lu", maxDepth_));
 }
 
 void xSBJsonStreamParser::fail(std::string reason) {

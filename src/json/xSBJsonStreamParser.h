@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "json/xSBJsonTokeniser.h"
@@ -18,20 +19,21 @@ class xSBJsonStreamParser;
 class xSBJsonStreamParserState;
 
 // Receives the parser's events in document order. Keys and strings arrive
-// as UTF-8 text, numbers as signed or unsigned 64-bit integers or doubles.
+// as UTF-8 text that is only valid during the call; numbers as signed or
+// unsigned 64-bit integers or doubles.
 class xSBJsonStreamParserDelegate {
  public:
   virtual ~xSBJsonStreamParserDelegate() = default;
 
   virtual void parserFoundObjectStart(xSBJsonStreamParser& parser) = 0;
-  virtual void foundObjectKey(xSBJsonStreamParser& parser, std::string key) = 0;
+  virtual void foundObjectKey(xSBJsonStreamParser& parser, std::string_view key) = 0;
   virtual void parserFoundObjectEnd(xSBJsonStreamParser& parser) = 0;
   virtual void parserFoundArrayStart(xSBJsonStreamParser& parser) = 0;
   virtual void parserFoundArrayEnd(xSBJsonStreamParser& parser) = 0;
   virtual void foundBoolean(xSBJsonStreamParser& parser, bool value) = 0;
   virtual void parserFoundNull(xSBJsonStreamParser& parser) = 0;
   virtual void foundNumber(xSBJsonStreamParser& parser, Value number) = 0;
-  virtual void foundString(xSBJsonStreamParser& parser, std::string string) = 0;
+  virtual void foundString(xSBJsonStreamParser& parser, std::string_view string) = 0;
 };
 
 // Reads one JSON document, given in one or more pieces, whose outer-most
@@ -78,12 +80,16 @@ class xSBJsonStreamParser {
  private:
   using Token = xSBJsonTokeniser::Token;
 
+  Status parseBuffered();
   // Handles one accepted token.
   void handleToken(Token token, const std::uint8_t* bytes, std::size_t length);
   void openContainer(Token token);
   void closeContainer(Token token);
-  void handleString(std::string string);
-  void fail(std::string reason);
+  void handleString(std::string_view string);
+  // Failures are rare; keeping them out of line keeps the token loop small.
+  [[gnu::cold]] void failUnexpected(Token token);
+  [[gnu::cold]] void failTooDeep();
+  [[gnu::cold]] void fail(std::string reason);
 
   std::size_t maxDepth_ = kDefaultMaxDepth;
   const xSBJsonStreamParserState* state_;
@@ -91,6 +97,7 @@ class xSBJsonStreamParser {
   xSBJsonTokeniser tokeniser_;
   xSBJsonStreamParserDelegate* delegate_ = nullptr;
   std::optional<std::string> error_;
+  std::string decoded_;  // reused for strings with escapes
 };
 
 }  // namespace velmor

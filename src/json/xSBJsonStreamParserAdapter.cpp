@@ -26,12 +26,28 @@ xSBJsonStreamParserAdapter::xSBJsonStreamParserAdapter() {
   keyStack_.reserve(kInitialStackCapacity);
 }
 
+template <typename... Args>
+void xSBJsonStreamParserAdapter::addValue(Args&&... args) {
+  // The parser refuses values outside a container, so there is no outer-most
+  // scalar to hand on.
+  if (containers_.empty()) return;
+  if (!containers_.back().isObject) {
+    arrayItems_.emplace_back(std::forward<Args>(args)...);
+    return;
+  }
+  if (keyStack_.empty()) raiseUnsatisfied("keyStack.count");
+  objectMembers_.emplace_back(std::piecewise_construct,
+                              std::forward_as_tuple(std::move(keyStack_.back())),
+                              std::forward_as_tuple(std::forward<Args>(args)...));
+  keyStack_.pop_back();
+}
+
 void xSBJsonStreamParserAdapter::parserFoundObjectStart(xSBJsonStreamParser&) {
   openContainer(true);
 }
 
-void xSBJsonStreamParserAdapter::foundObjectKey(xSBJsonStreamParser&, std::string key) {
-  keyStack_.push_back(std::move(key));
+void xSBJsonStreamParserAdapter::foundObjectKey(xSBJsonStreamParser&, std::string_view key) {
+  keyStack_.emplace_back(key);
 }
 
 void xSBJsonStreamParserAdapter::parserFoundObjectEnd(xSBJsonStreamParser& parser) {
@@ -46,18 +62,16 @@ void xSBJsonStreamParserAdapter::parserFoundArrayEnd(xSBJsonStreamParser& parser
   closeContainer(parser);
 }
 
-void xSBJsonStreamParserAdapter::foundBoolean(xSBJsonStreamParser&, bool value) {
-  addValue(Value(value));
-}
+void xSBJsonStreamParserAdapter::foundBoolean(xSBJsonStreamParser&, bool value) { addValue(value); }
 
-void xSBJsonStreamParserAdapter::parserFoundNull(xSBJsonStreamParser&) { addValue(Value()); }
+void xSBJsonStreamParserAdapter::parserFoundNull(xSBJsonStreamParser&) { addValue(nullptr); }
 
 void xSBJsonStreamParserAdapter::foundNumber(xSBJsonStreamParser&, Value number) {
   addValue(std::move(number));
 }
 
-void xSBJsonStreamParserAdapter::foundString(xSBJsonStreamParser&, std::string string) {
-  addValue(Value(std::move(string)));
+void xSBJsonStreamParserAdapter::foundString(xSBJsonStreamParser&, std::string_view string) {
+  addValue(string);
 }
 
 void xSBJsonStreamParserAdapter::openContainer(bool isObject) {
@@ -72,13 +86,12 @@ void xSBJsonStreamParserAdapter::closeContainer(xSBJsonStreamParser& parser) {
   bool isOuterMost = containers_.empty();
 
   if (closing.isObject) {
-    auto first = objectMembers_.begin() + static_cast<std::ptrdiff_t>(closing.firstItem);
-    std::vector<Dictionary::Entry> members(std::make_move_iterator(first),
-                                           std::make_move_iterator(objectMembers_.end()));
-    objectMembers_.erase(first, objectMembers_.end());
-    Dictionary object = Dictionary::fromEntries(std::move(members));
+    Dictionary::Entry* first = objectMembers_.data() + closing.firstItem;
+    Dictionary object =
+        Dictionary::fromEntries(first, objectMembers_.data() + objectMembers_.size());
+    objectMembers_.resize(closing.firstItem);
     if (!isOuterMost) {
-      addValue(Value(std::move(object)));
+      addValue(std::move(object));
     } else if (delegate_) {
       delegate_->foundObject(parser, std::move(object));
     }
@@ -87,24 +100,11 @@ void xSBJsonStreamParserAdapter::closeContainer(xSBJsonStreamParser& parser) {
     Array array(std::make_move_iterator(first), std::make_move_iterator(arrayItems_.end()));
     arrayItems_.erase(first, arrayItems_.end());
     if (!isOuterMost) {
-      addValue(Value(std::move(array)));
+      addValue(std::move(array));
     } else if (delegate_) {
       delegate_->foundArray(parser, std::move(array));
     }
   }
-}
-
-void xSBJsonStreamParserAdapter::addValue(Value value) {
-  // The parser refuses values outside a container, so there is no outer-most
-  // scalar to hand on.
-  if (containers_.empty()) return;
-  if (!containers_.back().isObject) {
-    arrayItems_.push_back(std::move(value));
-    return;
-  }
-  if (keyStack_.empty()) raiseUnsatisfied("keyStack.count");
-  objectMembers_.emplace_back(std::move(keyStack_.back()), std::move(value));
-  keyStack_.pop_back();
 }
 
 }  // namespace velmor

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "json/xSBJsonStreamParser.h"
@@ -41,14 +42,14 @@ class xSBJsonStreamParserAdapter final : public xSBJsonStreamParserDelegate {
   std::size_t levelsToSkip() const { return 0; }
 
   void parserFoundObjectStart(xSBJsonStreamParser& parser) override;
-  void foundObjectKey(xSBJsonStreamParser& parser, std::string key) override;
+  void foundObjectKey(xSBJsonStreamParser& parser, std::string_view key) override;
   void parserFoundObjectEnd(xSBJsonStreamParser& parser) override;
   void parserFoundArrayStart(xSBJsonStreamParser& parser) override;
   void parserFoundArrayEnd(xSBJsonStreamParser& parser) override;
   void foundBoolean(xSBJsonStreamParser& parser, bool value) override;
   void parserFoundNull(xSBJsonStreamParser& parser) override;
   void foundNumber(xSBJsonStreamParser& parser, Value number) override;
-  void foundString(xSBJsonStreamParser& parser, std::string string) override;
+  void foundString(xSBJsonStreamParser& parser, std::string_view string) override;
 
  private:
   struct OpenContainer {
@@ -59,7 +60,9 @@ class xSBJsonStreamParserAdapter final : public xSBJsonStreamParserDelegate {
   void openContainer(bool isObject);
   // Closes the current container, whichever end event asked for it.
   void closeContainer(xSBJsonStreamParser& parser);
-  void addValue(Value value);
+  // Stores a value made from `args` in the current container.
+  template <typename... Args>
+  void addValue(Args&&... args);
 
   xSBJsonStreamParserAdapterDelegate* delegate_ = nullptr;
   std::vector<OpenContainer> containers_;

@@ -8,22 +8,13 @@ using Token = xSBJsonTokeniser::Token;
 
 constexpr unsigned bit(Token token) { return 1u << static_cast<unsigned>(token); }
 
-constexpr unsigned kStringTokens = bit(Token::kString) | bit(Token::kEncodedString);
-constexpr unsigned kValueTokens = bit(Token::kArrayStart) | bit(Token::kObjectStart) |
-                                  bit(Token::kBool) | bit(Token::kNull) | bit(Token::kInteger) |
-                                  bit(Token::kNumber) | kStringTokens;
-
-bool isOneOf(Token token, unsigned tokens) {
-  return token > 0 && token < 32 && (tokens & bit(token)) != 0;
-}
+constexpr unsigned kNothing = 0;
+constexpr unsigned kKeys = bit(Token::kString) | bit(Token::kEncodedString);
+constexpr unsigned kValues = bit(Token::kArrayStart) | bit(Token::kObjectStart) |
+                             bit(Token::kBool) | bit(Token::kNull) | bit(Token::kInteger) |
+                             bit(Token::kNumber) | kKeys;
 
 }  // namespace
-
-// Base state: accepts nothing, goes nowhere, waits for input.
-
-bool xSBJsonStreamParserState::shouldAcceptToken(const xSBJsonStreamParser&, Token) const {
-  return false;
-}
 
 void xSBJsonStreamParserState::shouldTransitionTo(xSBJsonStreamParser&, Token) const {}
 
@@ -34,16 +25,11 @@ xSBJsonStreamParser::Status xSBJsonStreamParserState::parserShouldReturn(
 
 // Start
 
+constexpr xSBJsonStreamParserStateStart::xSBJsonStreamParserStateStart()
+    : xSBJsonStreamParserState("before outer-most array or object",
+                               bit(Token::kArrayStart) | bit(Token::kObjectStart)) {}
+
 constinit const xSBJsonStreamParserStateStart xSBJsonStreamParserStateStart::instance_;
-
-const xSBJsonStreamParserStateStart& xSBJsonStreamParserStateStart::sharedInstance() {
-  return instance_;
-}
-
-bool xSBJsonStreamParserStateStart::shouldAcceptToken(const xSBJsonStreamParser&,
-                                                      Token token) const {
-  return isOneOf(token, bit(Token::kArrayStart) | bit(Token::kObjectStart));
-}
 
 void xSBJsonStreamParserStateStart::shouldTransitionTo(xSBJsonStreamParser& parser,
                                                        Token token) const {
@@ -61,217 +47,132 @@ void xSBJsonStreamParserStateStart::shouldTransitionTo(xSBJsonStreamParser& pars
   }
 }
 
-std::string_view xSBJsonStreamParserStateStart::name() const {
-  return "before outer-most array or object";
-}
-
 // Complete
 
-constinit const xSBJsonStreamParserStateComplete xSBJsonStreamParserStateComplete::instance_;
+constexpr xSBJsonStreamParserStateComplete::xSBJsonStreamParserStateComplete()
+    : xSBJsonStreamParserState("after outer-most array or object", kNothing) {}
 
-const xSBJsonStreamParserStateComplete& xSBJsonStreamParserStateComplete::sharedInstance() {
-  return instance_;
-}
+constinit const xSBJsonStreamParserStateComplete xSBJsonStreamParserStateComplete::instance_;
 
 xSBJsonStreamParser::Status xSBJsonStreamParserStateComplete::parserShouldReturn(
     const xSBJsonStreamParser&) const {
   return xSBJsonStreamParser::kComplete;
 }
 
-std::string_view xSBJsonStreamParserStateComplete::name() const {
-  return "after outer-most array or object";
-}
-
 // Error
 
-constinit const xSBJsonStreamParserStateError xSBJsonStreamParserStateError::instance_;
+constexpr xSBJsonStreamParserStateError::xSBJsonStreamParserStateError()
+    : xSBJsonStreamParserState("in error", kNothing, false, true) {}
 
-const xSBJsonStreamParserStateError& xSBJsonStreamParserStateError::sharedInstance() {
-  return instance_;
-}
+constinit const xSBJsonStreamParserStateError xSBJsonStreamParserStateError::instance_;
 
 xSBJsonStreamParser::Status xSBJsonStreamParserStateError::parserShouldReturn(
     const xSBJsonStreamParser&) const {
   return xSBJsonStreamParser::kError;
 }
 
-std::string_view xSBJsonStreamParserStateError::name() const { return "in error"; }
-
 // ObjectStart
 
+constexpr xSBJsonStreamParserStateObjectStart::xSBJsonStreamParserStateObjectStart()
+    : xSBJsonStreamParserState("at beginning of object", kKeys | bit(Token::kObjectEnd), true) {}
+
 constinit const xSBJsonStreamParserStateObjectStart xSBJsonStreamParserStateObjectStart::instance_;
-
-const xSBJsonStreamParserStateObjectStart& xSBJsonStreamParserStateObjectStart::sharedInstance() {
-  return instance_;
-}
-
-bool xSBJsonStreamParserStateObjectStart::shouldAcceptToken(const xSBJsonStreamParser&,
-                                                            Token token) const {
-  return isOneOf(token, kStringTokens | bit(Token::kObjectEnd));
-}
 
 void xSBJsonStreamParserStateObjectStart::shouldTransitionTo(xSBJsonStreamParser& parser,
                                                              Token) const {
   parser.setState(&xSBJsonStreamParserStateObjectGotKey::sharedInstance());
 }
 
-std::string_view xSBJsonStreamParserStateObjectStart::name() const {
-  return "at beginning of object";
-}
-
 // ObjectGotKey
+
+constexpr xSBJsonStreamParserStateObjectGotKey::xSBJsonStreamParserStateObjectGotKey()
+    : xSBJsonStreamParserState("after object key", bit(Token::kKeyValueSeparator)) {}
 
 constinit const xSBJsonStreamParserStateObjectGotKey
     xSBJsonStreamParserStateObjectGotKey::instance_;
-
-const xSBJsonStreamParserStateObjectGotKey& xSBJsonStreamParserStateObjectGotKey::sharedInstance() {
-  return instance_;
-}
-
-bool xSBJsonStreamParserStateObjectGotKey::shouldAcceptToken(const xSBJsonStreamParser&,
-                                                             Token token) const {
-  return token == Token::kKeyValueSeparator;
-}
 
 void xSBJsonStreamParserStateObjectGotKey::shouldTransitionTo(xSBJsonStreamParser& parser,
                                                               Token) const {
   parser.setState(&xSBJsonStreamParserStateObjectSeparator::sharedInstance());
 }
 
-std::string_view xSBJsonStreamParserStateObjectGotKey::name() const { return "after object key"; }
-
 // ObjectSeparator
+
+constexpr xSBJsonStreamParserStateObjectSeparator::xSBJsonStreamParserStateObjectSeparator()
+    : xSBJsonStreamParserState("as object value", kValues) {}
 
 constinit const xSBJsonStreamParserStateObjectSeparator
     xSBJsonStreamParserStateObjectSeparator::instance_;
-
-const xSBJsonStreamParserStateObjectSeparator&
-xSBJsonStreamParserStateObjectSeparator::sharedInstance() {
-  return instance_;
-}
-
-bool xSBJsonStreamParserStateObjectSeparator::shouldAcceptToken(const xSBJsonStreamParser&,
-                                                                Token token) const {
-  return isOneOf(token, kValueTokens);
-}
 
 void xSBJsonStreamParserStateObjectSeparator::shouldTransitionTo(xSBJsonStreamParser& parser,
                                                                  Token) const {
   parser.setState(&xSBJsonStreamParserStateObjectGotValue::sharedInstance());
 }
 
-std::string_view xSBJsonStreamParserStateObjectSeparator::name() const { return "as object value"; }
-
 // ObjectGotValue
+
+constexpr xSBJsonStreamParserStateObjectGotValue::xSBJsonStreamParserStateObjectGotValue()
+    : xSBJsonStreamParserState("after object value",
+                               bit(Token::kValueSeparator) | bit(Token::kObjectEnd)) {}
 
 constinit const xSBJsonStreamParserStateObjectGotValue
     xSBJsonStreamParserStateObjectGotValue::instance_;
-
-const xSBJsonStreamParserStateObjectGotValue&
-xSBJsonStreamParserStateObjectGotValue::sharedInstance() {
-  return instance_;
-}
-
-bool xSBJsonStreamParserStateObjectGotValue::shouldAcceptToken(const xSBJsonStreamParser&,
-                                                               Token token) const {
-  return isOneOf(token, bit(Token::kValueSeparator) | bit(Token::kObjectEnd));
-}
 
 void xSBJsonStreamParserStateObjectGotValue::shouldTransitionTo(xSBJsonStreamParser& parser,
                                                                 Token) const {
   parser.setState(&xSBJsonStreamParserStateObjectNeedKey::sharedInstance());
 }
 
-std::string_view xSBJsonStreamParserStateObjectGotValue::name() const {
-  return "after object value";
-}
-
 // ObjectNeedKey
+
+constexpr xSBJsonStreamParserStateObjectNeedKey::xSBJsonStreamParserStateObjectNeedKey()
+    : xSBJsonStreamParserState("in place of object key", kKeys, true) {}
 
 constinit const xSBJsonStreamParserStateObjectNeedKey
     xSBJsonStreamParserStateObjectNeedKey::instance_;
-
-const xSBJsonStreamParserStateObjectNeedKey&
-xSBJsonStreamParserStateObjectNeedKey::sharedInstance() {
-  return instance_;
-}
-
-bool xSBJsonStreamParserStateObjectNeedKey::shouldAcceptToken(const xSBJsonStreamParser&,
-                                                              Token token) const {
-  return isOneOf(token, kStringTokens);
-}
 
 void xSBJsonStreamParserStateObjectNeedKey::shouldTransitionTo(xSBJsonStreamParser& parser,
                                                                Token) const {
   parser.setState(&xSBJsonStreamParserStateObjectGotKey::sharedInstance());
 }
 
-std::string_view xSBJsonStreamParserStateObjectNeedKey::name() const {
-  return "in place of object key";
-}
-
 // ArrayStart
 
+constexpr xSBJsonStreamParserStateArrayStart::xSBJsonStreamParserStateArrayStart()
+    : xSBJsonStreamParserState("at array start", kValues | bit(Token::kArrayEnd)) {}
+
 constinit const xSBJsonStreamParserStateArrayStart xSBJsonStreamParserStateArrayStart::instance_;
-
-const xSBJsonStreamParserStateArrayStart& xSBJsonStreamParserStateArrayStart::sharedInstance() {
-  return instance_;
-}
-
-bool xSBJsonStreamParserStateArrayStart::shouldAcceptToken(const xSBJsonStreamParser&,
-                                                           Token token) const {
-  return isOneOf(token, kValueTokens | bit(Token::kArrayEnd));
-}
 
 void xSBJsonStreamParserStateArrayStart::shouldTransitionTo(xSBJsonStreamParser& parser,
                                                             Token) const {
   parser.setState(&xSBJsonStreamParserStateArrayGotValue::sharedInstance());
 }
 
-std::string_view xSBJsonStreamParserStateArrayStart::name() const { return "at array start"; }
-
 // ArrayGotValue
+
+constexpr xSBJsonStreamParserStateArrayGotValue::xSBJsonStreamParserStateArrayGotValue()
+    : xSBJsonStreamParserState("after array value",
+                               bit(Token::kValueSeparator) | bit(Token::kArrayEnd)) {}
 
 constinit const xSBJsonStreamParserStateArrayGotValue
     xSBJsonStreamParserStateArrayGotValue::instance_;
-
-const xSBJsonStreamParserStateArrayGotValue&
-xSBJsonStreamParserStateArrayGotValue::sharedInstance() {
-  return instance_;
-}
-
-bool xSBJsonStreamParserStateArrayGotValue::shouldAcceptToken(const xSBJsonStreamParser&,
-                                                              Token token) const {
-  return isOneOf(token, bit(Token::kValueSeparator) | bit(Token::kArrayEnd));
-}
 
 void xSBJsonStreamParserStateArrayGotValue::shouldTransitionTo(xSBJsonStreamParser& parser,
                                                                Token) const {
   parser.setState(&xSBJsonStreamParserStateArrayNeedValue::sharedInstance());
 }
 
-std::string_view xSBJsonStreamParserStateArrayGotValue::name() const { return "after array value"; }
-
 // ArrayNeedValue
+
+constexpr xSBJsonStreamParserStateArrayNeedValue::xSBJsonStreamParserStateArrayNeedValue()
+    : xSBJsonStreamParserState("as array value", kValues) {}
 
 constinit const xSBJsonStreamParserStateArrayNeedValue
     xSBJsonStreamParserStateArrayNeedValue::instance_;
-
-const xSBJsonStreamParserStateArrayNeedValue&
-xSBJsonStreamParserStateArrayNeedValue::sharedInstance() {
-  return instance_;
-}
-
-bool xSBJsonStreamParserStateArrayNeedValue::shouldAcceptToken(const xSBJsonStreamParser&,
-                                                               Token token) const {
-  return isOneOf(token, kValueTokens);
-}
 
 void xSBJsonStreamParserStateArrayNeedValue::shouldTransitionTo(xSBJsonStreamParser& parser,
                                                                 Token) const {
   parser.setState(&xSBJsonStreamParserStateArrayGotValue::sharedInstance());
 }
-
-std::string_view xSBJsonStreamParserStateArrayNeedValue::name() const { return "as array value"; }
 
 }  // namespace velmor

@@ -28,6 +28,23 @@ constexpr std::array<std::uint8_t, 256> kStringByteClasses = makeStringByteClass
 
 constexpr char kReplacementCharacter[] = "\xEF\xBF\xBD";
 
+xSBJsonTokeniser::Token structuralToken(std::uint8_t c) {
+  switch (c) {
+    case '[':
+      return xSBJsonTokeniser::kArrayStart;
+    case ']':
+      return xSBJsonTokeniser::kArrayEnd;
+    case ',':
+      return xSBJsonTokeniser::kValueSeparator;
+    case '{':
+      return xSBJsonTokeniser::kObjectStart;
+    case '}':
+      return xSBJsonTokeniser::kObjectEnd;
+    default:
+      return xSBJsonTokeniser::kKeyValueSeparator;
+  }
+}
+
 bool isWhitespace(std::uint8_t c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 bool isDigit(std::uint8_t c) { return static_cast<unsigned>(c - '0') < 10; }
@@ -155,17 +172,36 @@ std::size_t decodeUnicodeEscape(const std::uint8_t* p, const std::uint8_t* end, 
 xSBJsonTokeniser::xSBJsonTokeniser() = default;
 
 void xSBJsonTokeniser::appendData(const std::uint8_t* bytes, std::size_t length) {
-  // Drop what was consumed so the buffer only ever holds one unfinished token
-  // plus the new bytes.
-  buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(offset_));
+  keepPendingBytes();
+  if (offset_ == size_) {
+    // Nothing is pending: read the new bytes where they are.
+    pending_.clear();
+    data_ = bytes;
+    size_ = length;
+    offset_ = 0;
+    borrowed_ = true;
+    return;
+  }
+  pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(offset_));
+  pending_.insert(pending_.end(), bytes, bytes + length);
+  data_ = pending_.data();
+  size_ = pending_.size();
   offset_ = 0;
-  if (length > 0) buffer_.insert(buffer_.end(), bytes, bytes + length);
+}
+
+void xSBJsonTokeniser::keepPendingBytes() {
+  if (!borrowed_) return;
+  pending_.assign(data_ + offset_, data_ + size_);
+  data_ = pending_.data();
+  size_ = pending_.size();
+  offset_ = 0;
+  borrowed_ = false;
 }
 
 xSBJsonTokeniser::Token xSBJsonTokeniser::getToken(const std::uint8_t** start,
                                                    std::size_t* length) {
-  const std::uint8_t* begin = buffer_.data();
-  const std::uint8_t* end = begin + buffer_.size();
+  const std::uint8_t* begin = data_;
+  const std::uint8_t* end = data_ + size_;
   const std::uint8_t* p = begin + offset_;
   while (p < end && isWhitespace(*p)) ++p;
   offset_ = static_cast<std::size_t>(p - begin);
@@ -173,17 +209,15 @@ xSBJsonTokeniser::Token xSBJsonTokeniser::getToken(const std::uint8_t** start,
 
   switch (*p) {
     case '[':
-      return emit(kArrayStart, p, p + 1, p + 1, start, length);
     case ']':
-      return emit(kArrayEnd, p, p + 1, p + 1, start, length);
     case ',':
-      return emit(kValueSeparator, p, p + 1, p + 1, start, length);
     case '{':
-      return emit(kObjectStart, p, p + 1, p + 1, start, length);
     case '}':
-      return emit(kObjectEnd, p, p + 1, p + 1, start, length);
     case ':':
-      return emit(kKeyValueSeparator, p, p + 1, p + 1, start, length);
+      *start = p;
+      *length = 1;
+      offset_ = static_cast<std::size_t>(p + 1 - begin);
+      return structuralToken(*p);
     case '"':
       return scanString(p, start, length);
     case 't':
@@ -196,7 +230,7 @@ xSBJsonTokeniser::Token xSBJsonTokeniser::getToken(const std::uint8_t** start,
       return fail("Leading + is illegal in number");
     default:
       if (*p == '-' || isDigit(*p)) return scanNumber(p, start, length);
-      return fail(stringWithFormat("Illegal start of token [%c]", static_cast<unsigned>(*p)));
+      return failIllegalStart(*p);
   }
 }
 
@@ -204,11 +238,10 @@ xSBJsonTokeniser::Token xSBJsonTokeniser::scanLiteral(const std::uint8_t* p, con
                                                       std::size_t wordLength, Token token,
                                                       const std::uint8_t** start,
                                                       std::size_t* length) {
-  const std::uint8_t* end = buffer_.data() + buffer_.size();
+  const std::uint8_t* end = data_ + size_;
   std::size_t available = std::min(static_cast<std::size_t>(end - p), wordLength);
   if (std::memcmp(p, word, available) != 0) {
-    std::string_view initial(reinterpret_cast<const char*>(p), 1);
-    return fail(stringWithFormat("Expected '%s' after initial '%.1s'", word, initial));
+    return failExpectedLiteral(word, p);
   }
   if (available < wordLength) return kNeedMoreInput;
   return emit(token, p, p + wordLength, p + wordLength, start, length);
@@ -219,7 +252,7 @@ xSBJsonTokeniser::Token xSBJsonTokeniser::scanNumber(const std::uint8_t* p,
                                                      std::size_t* length) {
   // A number only ends at a byte that cannot continue it, so running into
   // the end of the buffer always means more input is needed.
-  const std::uint8_t* end = buffer_.data() + buffer_.size();
+  const std::uint8_t* end = data_ + size_;
   const std::uint8_t* q = p;
   if (*q == '-') {
     if (++q == end) return kNeedMoreInput;
@@ -257,7 +290,7 @@ xSBJsonTokeniser::Token xSBJsonTokeniser::scanNumber(const std::uint8_t* p,
 xSBJsonTokeniser::Token xSBJsonTokeniser::scanString(const std::uint8_t* p,
                                                      const std::uint8_t** start,
                                                      std::size_t* length) {
-  const std::uint8_t* end = buffer_.data() + buffer_.size();
+  const std::uint8_t* end = data_ + size_;
   const std::uint8_t* q = p + 1;
   bool encoded = false;
   for (;;) {
@@ -275,8 +308,7 @@ xSBJsonTokeniser::Token xSBJsonTokeniser::scanString(const std::uint8_t* p,
         break;
       }
       case kControl:
-        return fail(stringWithFormat("Unescaped control character [0x%0.2X] in string",
-                                     static_cast<unsigned>(*q)));
+        return failUnescapedControl(*q);
       default: {
         // A sequence cut off by the end of the buffer counts as malformed
         // here; the scan then runs out of bytes and starts over with more.
@@ -297,7 +329,7 @@ std::ptrdiff_t xSBJsonTokeniser::scanEscape(const std::uint8_t* p, const std::ui
   if (available < 2) return 0;
   if (p[1] != 'u') {
     if (simpleEscapeValue(p[1]) != 0) return 2;
-    fail(stringWithFormat("Illegal escape character [%x]", static_cast<unsigned>(p[1])));
+    failIllegalEscape(p[1]);
     return -1;
   }
   if (available < 6) return 0;
@@ -335,8 +367,31 @@ std::ptrdiff_t xSBJsonTokeniser::scanEscape(const std::uint8_t* p, const std::ui
   return 12;
 }
 
-xSBJsonTokeniser::Token xSBJsonTokeniser::fail(std::string reason) {
-  error_ = std::move(reason);
+xSBJsonTokeniser::Token xSBJsonTokeniser::fail(const char* reason) {
+  error_ = reason;
+  return kError;
+}
+
+xSBJsonTokeniser::Token xSBJsonTokeniser::failIllegalStart(std::uint8_t c) {
+  error_ = stringWithFormat("Illegal start of token [%c]", static_cast<unsigned>(c));
+  return kError;
+}
+
+xSBJsonTokeniser::Token xSBJsonTokeniser::failExpectedLiteral(const char* word,
+                                                              const std::uint8_t* initial) {
+  std::string_view initialText(reinterpret_cast<const char*>(initial), 1);
+  error_ = stringWithFormat("Expected '%s' after initial '%.1s'", word, initialText);
+  return kError;
+}
+
+xSBJsonTokeniser::Token xSBJsonTokeniser::failUnescapedControl(std::uint8_t c) {
+  error_ =
+      stringWithFormat("Unescaped control character [0x%0.2X] in string", static_cast<unsigned>(c));
+  return kError;
+}
+
+xSBJsonTokeniser::Token xSBJsonTokeniser::failIllegalEscape(std::uint8_t c) {
+  error_ = stringWithFormat("Illegal escape character [%x]", static_cast<unsigned>(c));
   return kError;
 }
 
@@ -346,7 +401,7 @@ xSBJsonTokeniser::Token xSBJsonTokeniser::emit(Token token, const std::uint8_t* 
                                                std::size_t* length) {
   *start = tokenStart;
   *length = static_cast<std::size_t>(tokenEnd - tokenStart);
-  offset_ = static_cast<std::size_t>(next - buffer_.data());
+  offset_ = static_cast<std::size_t>(next - data_);
   return token;
 }
 

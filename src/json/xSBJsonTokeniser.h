@@ -9,9 +9,10 @@
 
 namespace velmor {
 
-// The tokeniser keeps the bytes it has been given that were not yet turned
-// into tokens, so input may arrive in pieces cut anywhere: a token that runs
-// to the end of the buffer is not reported until the bytes after it arrive.
+// Input may arrive in pieces cut anywhere: a token that runs to the end of
+// the buffered bytes is not reported until the bytes after it arrive. The
+// tokeniser reads each piece in place and copies only the unfinished tail
+// that must wait for the next piece.
 // It checks the lexical rules of JSON (literals, numbers, string escapes and
 // surrogate pairs) and names the first violation in `error()`. One parser
 // owns one tokeniser; it is not thread-safe.
@@ -41,12 +42,16 @@ class xSBJsonTokeniser {
   xSBJsonTokeniser(const xSBJsonTokeniser&) = delete;
   xSBJsonTokeniser& operator=(const xSBJsonTokeniser&) = delete;
 
-  // Copies the bytes after those still buffered.
+  // Adds `bytes` after those still buffered. The bytes are read in place, so
+  // they must stay unchanged until keepPendingBytes is called.
   void appendData(const std::uint8_t* bytes, std::size_t length);
+  // Copies the bytes not yet consumed, so that the caller may release the
+  // ones it passed to appendData.
+  void keepPendingBytes();
 
   // Reads the next token. On a token, `*start` and `*length` give its bytes
   // (for strings the bytes between the quotation marks); they stay valid
-  // until the next call to appendData. kNeedMoreInput means the buffered
+  // until the next call to appendData or keepPendingBytes. kNeedMoreInput means the buffered
   // bytes end before the next token does; kError means they can never form
   // JSON, and `error()` says why.
   Token getToken(const std::uint8_t** start, std::size_t* length);
@@ -67,12 +72,21 @@ class xSBJsonTokeniser {
   // Checks the escape at `p` (a reverse solidus); returns its length, 0 when
   // the buffer ends inside it, or -1 after setting the error.
   std::ptrdiff_t scanEscape(const std::uint8_t* p, const std::uint8_t* end);
-  Token fail(std::string reason);
+  // Failures set error_ and answer kError; they are rare, and keeping them
+  // out of line keeps the scanning functions small.
+  [[gnu::cold]] Token fail(const char* reason);
+  [[gnu::cold]] Token failIllegalStart(std::uint8_t c);
+  [[gnu::cold]] Token failExpectedLiteral(const char* word, const std::uint8_t* initial);
+  [[gnu::cold]] Token failUnescapedControl(std::uint8_t c);
+  [[gnu::cold]] Token failIllegalEscape(std::uint8_t c);
   Token emit(Token token, const std::uint8_t* tokenStart, const std::uint8_t* tokenEnd,
              const std::uint8_t* next, const std::uint8_t** start, std::size_t* length);
 
-  std::vector<std::uint8_t> buffer_;
+  const std::uint8_t* data_ = nullptr;  // the caller's bytes or pending_
+  std::size_t size_ = 0;
   std::size_t offset_ = 0;  // first byte not yet consumed
+  bool borrowed_ = false;   // whether data_ points at the caller's bytes
+  std::vector<std::uint8_t> pending_;
   std::string error_;
 };
 
