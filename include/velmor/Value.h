@@ -35,6 +35,9 @@ class Dictionary {
   // Builds a dictionary from entries in any order; for a key given more
   // than once the last entry wins, as when setting keys one by one.
   static Dictionary fromEntries(std::vector<Entry> entries);
+  // The same for the entries in [first, last), which are moved out and left
+  // valid but unspecified.
+  static Dictionary fromEntries(Entry* first, Entry* last);
 
   const Value* find(std::string_view key) const;
   Value* find(std::string_view key);

@@ -1,14 +1,68 @@
 #include "velmor/Value.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <iterator>
 
 namespace velmor {
 
 namespace {
 
 bool lessByKey(const Dictionary::Entry& entry, std::string_view key) { return entry.first < key; }
+
+// What sorting a dictionary's entries works on: the position of an entry
+// and its key's first eight bytes as a big-endian number (zero-padded), so
+// that most comparisons are one integer comparison.
+struct SortKey {
+  std::uint64_t prefix;
+  std::uint32_t position;
+};
+
+std::uint64_t keyPrefix(const std::string& key) {
+  std::uint64_t prefix = 0;
+  if (key.size() >= 8) {
+    std::memcpy(&prefix, key.data(), 8);
+    if constexpr (std::endian::native == std::endian::little) prefix = __builtin_bswap64(prefix);
+    return prefix;
+  }
+  for (std::size_t i = 0; i < key.size(); ++i) {
+    prefix |= std::uint64_t{static_cast<unsigned char>(key[i])} << (56 - 8 * i);
+  }
+  return prefix;
+}
+
+// Byte order, as std::string compares; positions break no ties, so sorting
+// with it keeps equal keys in the order given.
+bool keyLess(const Dictionary::Entry* entries, const SortKey& a, const SortKey& b) {
+  if (a.prefix != b.prefix) return a.prefix < b.prefix;
+  return entries[a.position].first < entries[b.position].first;
+}
+
+bool sameKey(const Dictionary::Entry* entries, const SortKey& a, const SortKey& b) {
+  return a.prefix == b.prefix && entries[a.position].first == entries[b.position].first;
+}
+
+// Sorts the keys of the entries stably. Keys are sorted rather than
+// entries because moving an entry costs far more.
+void sortKeys(const Dictionary::Entry* entries, SortKey* keys, std::size_t count) {
+  auto less = [entries](const SortKey& a, const SortKey& b) { return keyLess(entries, a, b); };
+  // Insertion sort is the quickest for the small objects that are the rule.
+  constexpr std::size_t kInsertionSortLimit = 24;
+  if (count > kInsertionSortLimit) {
+    std::stable_sort(keys, keys + count, less);
+    return;
+  }
+  for (std::size_t i = 1; i < count; ++i) {
+    SortKey moving = keys[i];
+    std::size_t j = i;
+    for (; j > 0 && less(moving, keys[j - 1]); --j) keys[j] = keys[j - 1];
+    keys[j] = moving;
+  }
+}
 
 // Plain alphanumeric texts print bare; everything else is quoted with the
 // quote, backslash and line breaks escaped, as property-list text does.
@@ -148,14 +202,37 @@ Dictionary::Dictionary(std::initializer_list<Entry> entries)
     : Dictionary(fromEntries(std::vector<Entry>(entries))) {}
 
 Dictionary Dictionary::fromEntries(std::vector<Entry> entries) {
-  std::stable_sort(entries.begin(), entries.end(),
-                   [](const Entry& a, const Entry& b) { return a.first < b.first; });
-  // Keep the last of equal keys: walk backwards, keeping first sightings.
-  auto last = std::unique(entries.rbegin(), entries.rend(),
-                          [](const Entry& a, const Entry& b) { return a.first == b.first; });
-  entries.erase(entries.begin(), last.base());
+  for (std::size_t i = 1; i < entries.size(); ++i) {
+    if (!(entries[i - 1].first < entries[i].first)) {
+      return fromEntries(entries.data(), entries.data() + entries.size());
+    }
+  }
   Dictionary dictionary;
   dictionary.entries_ = std::move(entries);
+  return dictionary;
+}
+
+Dictionary Dictionary::fromEntries(Entry* first, Entry* last) {
+  const auto count = static_cast<std::size_t>(last - first);
+  constexpr std::size_t kSmall = 32;
+  SortKey smallKeys[kSmall];
+  std::vector<SortKey> largeKeys(count > kSmall ? count : 0);
+  SortKey* keys = count > kSmall ? largeKeys.data() : smallKeys;
+  bool ordered = true;
+  for (std::size_t i = 0; i < count; ++i) {
+    keys[i] = SortKey{keyPrefix(first[i].first), static_cast<std::uint32_t>(i)};
+    if (i > 0 && ordered) ordered = keyLess(first, keys[i - 1], keys[i]);
+  }
+  if (!ordered) sortKeys(first, keys, count);
+
+  Dictionary dictionary;
+  dictionary.entries_.reserve(count);
+  for (std::size_t k = 0; k < count; ++k) {
+    // Equal keys sit together in the order given; the last of each run
+    // wins, as when setting keys one by one.
+    if (!ordered && k + 1 < count && sameKey(first, keys[k], keys[k + 1])) continue;
+    dictionary.entries_.push_back(std::move(first[keys[k].position]));
+  }
   return dictionary;
 }
 
