@@ -46,12 +46,12 @@ std::size_t parseConversion(std::string_view format, std::size_t i, Conversion& 
 
 template <typename T>
 void appendPrintf(std::string& out, const Conversion& conversion, const char* length, T value) {
-  std::string spec =
+  std::string printfFormat =
       "%" + conversion.flags + conversion.width + conversion.precision + length + conversion.letter;
-  int size = std::snprintf(nullptr, 0, spec.c_str(), value);
+  int size = std::snprintf(nullptr, 0, printfFormat.c_str(), value);
   if (size <= 0) return;
   std::string buffer(static_cast<std::size_t>(size) + 1, '\0');
-  std::snprintf(buffer.data(), buffer.size(), spec.c_str(), value);
+  std::snprintf(buffer.data(), buffer.size(), printfFormat.c_str(), value);
   buffer.resize(static_cast<std::size_t>(size));
   out += buffer;
 }
