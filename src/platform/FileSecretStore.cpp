@@ -87,7 +87,8 @@ std::int32_t openDirectory(const std::string& path, bool create, FileDescriptor*
   return kSecretStoreSuccess;
 }
 
-// Reads a regular file of at most kMaxItemFileSize bytes.
+// Reads a regular file of at most kMaxItemFileSize bytes; kItem means it was
+// read whole (what it holds is not yet known).
 Slot readItemFile(int fd, Data* bytes) {
   struct stat info;
   if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return Slot::kUnreadable;

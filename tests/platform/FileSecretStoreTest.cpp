@@ -17,8 +17,6 @@
 #include <random>
 #include <set>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "platform/PropertyList.h"
 
@@ -44,12 +42,6 @@ class TemporaryDirectory final {
 };
 
 Data bytesOf(const std::string& text) { return Data(text.begin(), text.end()); }
-
-Data pattern(std::size_t size, std::uint8_t seed) {
-  Data data(size);
-  for (std::size_t i = 0; i < size; ++i) data[i] = static_cast<std::uint8_t>(seed + i * 7);
-  return data;
-}
 
 unsigned modeOf(const std::string& path) {
   struct stat info {};
@@ -214,7 +206,6 @@ TEST(FileSecretStore, WritesPrivateFilesNamedBySha256AsBinaryPropertyLists) {
 }
 
 TEST(FileSecretStore, TreatsDamagedForeignAndUnreadableFilesAsDocumented) {
-  const std::string nul(1, '\0');
   const Data item = PropertyList::binaryFromEntries(
       {{"Service", "svc"}, {"Account", "acct"}, {"Data", Data{1, 2, 3}}});
   // {"K\0z": "v"}: a key holding a NUL, which libplist cannot hand out as text.
@@ -344,7 +335,7 @@ TEST(FileSecretStore, DefaultDirectoryFollowsXdgDataHomeThenHome) {
 
 TEST(FileSecretStore, ProcessKilledWhileRewritingLeavesTheOldOrTheNewRecord) {
   TemporaryDirectory temporary;
-  const Data first = pattern(64 << 10, 1), second = pattern(64 << 10, 2);
+  const Data first(64 << 10, 0xA1), second(64 << 10, 0xB2);
   FileSecretStore store(temporary.path());
   ASSERT_EQ(store.add("svc", "acct", first), kSecretStoreSuccess);
   std::mt19937 random(20240611);
