@@ -13,15 +13,40 @@ namespace velmor {
 // file (mode 0600) named by the hex SHA-256 of service, NUL, account, and
 // holding a binary property list {"Service", "Account", "Data"}. Writes go to
 // a temporary file that is flushed and renamed into place, so a crash leaves
-// the old or the new item, never a torn one; an advisory lock serialises
-// writers across processes. Thread-safe. I/O failures answer -36.
+// the old or the new item, never a torn one; an advisory lock ("<directory>/.lock")
+// serialises writers across processes, so that of two processes adding the
+// same item exactly one succeeds. Readers take no lock. Thread-safe; any
+// number of instances, in any number of processes, may share a directory.
+//
+// What a call answers depends on what lies under the item's file name:
+//
+//   file name holds            find     add        update   remove
+//   nothing                    -25300   writes     -25300   -25300
+//   the item                   0        -25299     writes   deletes
+//   another item (other names) -25300   replaces   -25300   -25300
+//   no such property list      -36      replaces   -36      deletes
+//   something unreadable       -36      -36        -36      -36
+//
+// A damaged file answers -36 rather than "not found" so that callers can
+// tell it from absence, yet it never blocks the names: add replaces it and
+// remove deletes it. A foreign file is nobody's item under this name (its
+// own names hash elsewhere), so it reads as absent and add may replace it.
+// Failed writes (no space, read-only directory, ...) answer -36 and leave
+// the previous item as it was. Names that could not be read back unchanged
+// (holding a NUL or invalid UTF-8) and items whose file would exceed 16 MiB
+// answer kSecretStoreParameterError (-50). A store whose directory is empty
+// (no home directory found) answers kSecretStoreNotAvailable. Nothing is
+// logged and nothing throws.
 class FileSecretStore final : public SecretStore {
  public:
-  // `directory` is created on first write if missing.
+  // `directory` (and missing parents, mode 0700) is created on the first
+  // add. Writers also take away group and other permissions from an existing
+  // directory.
   explicit FileSecretStore(std::string directory);
 
-  // $XDG_DATA_HOME/velmor-authorization/keychain (XDG_DATA_HOME defaulting
-  // to ~/.local/share).
+  // $XDG_DATA_HOME/velmor-authorization/keychain, XDG_DATA_HOME defaulting to
+  // ~/.local/share when unset or relative; the home directory is $HOME, else
+  // the user's password entry. Empty when neither gives an absolute path.
   static std::string defaultDirectory();
 
   std::int32_t find(const std::string& service, const std::string& account, Data* data) override;
@@ -34,7 +59,13 @@ class FileSecretStore final : public SecretStore {
   const std::string& directory() const { return directory_; }
 
  private:
+  enum class Write { kAdd, kUpdate, kRemove };
+
+  std::int32_t write(Write kind, const std::string& service, const std::string& account,
+                     const Data* data);
+
   std::string directory_;
+  bool leftoversRemoved_ = false;  // guarded by the writers' process-wide mutex
 };
 
 }  // namespace velmor

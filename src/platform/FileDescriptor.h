@@ -1,47 +1,36 @@
-// Owns one open file descriptor.
+// Owner of one POSIX file descriptor.
 #ifndef VELMOR_PLATFORM_FILE_DESCRIPTOR_H_
 #define VELMOR_PLATFORM_FILE_DESCRIPTOR_H_
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <utility>
-
 namespace velmor {
 
-// Closes the descriptor when it goes away. Move-only; -1 holds nothing.
+// Closes the descriptor it holds when destroyed; -1 means none. Move-only;
+// use it from one thread at a time.
 class FileDescriptor final {
  public:
   FileDescriptor() = default;
+  // Takes ownership of `fd` (which may be -1, as a failed open returns).
   explicit FileDescriptor(int fd) : fd_(fd) {}
-  FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-    if (this != &other) {
-      reset();
-      fd_ = std::exchange(other.fd_, -1);
-    }
-    return *this;
-  }
+
+  FileDescriptor(FileDescriptor&& other) noexcept;
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept;
   FileDescriptor(const FileDescriptor&) = delete;
   FileDescriptor& operator=(const FileDescriptor&) = delete;
-  ~FileDescriptor() { reset(); }
+  ~FileDescriptor();
 
-  bool isValid() const { return fd_ >= 0; }
+  bool valid() const { return fd_ >= 0; }
+  // Still owned by this object.
   int get() const { return fd_; }
 
-  // Closes now and reports close's own failure (0 or errno), which matters
-  // after writing: a full disk may show only here.
-  int close() {
-    if (fd_ < 0) return 0;
-    const int result = ::close(std::exchange(fd_, -1));
-    return result == 0 ? 0 : errno;
-  }
+  // Gives up ownership, for calls that take the descriptor over (fdopendir).
+  int release();
+
+  // Closes now and reports close()'s own failure, which on some file systems
+  // is the first sign that written bytes did not reach the disk. Returns
+  // whether the close succeeded; the descriptor is gone either way.
+  bool close();
 
  private:
-  void reset() {
-    if (fd_ >= 0) ::close(std::exchange(fd_, -1));
-  }
-
   int fd_ = -1;
 };
 

@@ -46,7 +46,7 @@ std::string directoryOf(const std::string& path) {
 // written, so it is not reported.
 void syncDirectory(const std::string& directory) {
   FileDescriptor fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (fd.isValid()) ::fsync(fd.get());
+  if (fd.valid()) ::fsync(fd.get());
 }
 
 }  // namespace
@@ -64,7 +64,7 @@ int FileSystem::createDirectories(const std::string& path) {
 
 std::optional<Data> FileSystem::readFile(const std::string& path, std::size_t maxLength) {
   FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!fd.isValid()) return std::nullopt;
+  if (!fd.valid()) return std::nullopt;
   Data contents;
   std::uint8_t chunk[16 * 1024];
   for (;;) {
@@ -80,10 +80,10 @@ std::optional<Data> FileSystem::readFile(const std::string& path, std::size_t ma
 int FileSystem::writeFileAtomically(const std::string& path, const Data& contents) {
   std::string temporaryPath = path + ".XXXXXX";
   FileDescriptor fd(::mkostemp(temporaryPath.data(), O_CLOEXEC));
-  if (!fd.isValid()) return errno;
+  if (!fd.valid()) return errno;
   int error = writeAll(fd.get(), contents);
   if (error == 0 && ::fsync(fd.get()) != 0) error = errno;
-  if (const int closeError = fd.close(); error == 0) error = closeError;
+  if (!fd.close() && error == 0) error = errno;
   if (error == 0 && ::rename(temporaryPath.c_str(), path.c_str()) != 0) error = errno;
   if (error != 0) {
     ::unlink(temporaryPath.c_str());

@@ -1,0 +1,32 @@
+// An exclusive advisory lock on a lock file, held for one scope.
+#ifndef VELMOR_PLATFORM_FILE_LOCK_H_
+#define VELMOR_PLATFORM_FILE_LOCK_H_
+
+#include <optional>
+#include <utility>
+
+#include "platform/FileDescriptor.h"
+
+namespace velmor {
+
+// Holds flock(LOCK_EX) on a file until destroyed, serialising the processes
+// (and the separately opened descriptors within one process) that agree to
+// take it. Advisory: code that does not ask for the lock is not stopped.
+// Move-only.
+class FileLock final {
+ public:
+  // Opens (creating with mode 0600 if needed) `name` in the directory open
+  // as `directoryFd` and waits for the lock. Empty on failure, with errno
+  // set by the call that failed.
+  static std::optional<FileLock> acquire(int directoryFd, const char* name);
+
+ private:
+  explicit FileLock(FileDescriptor file) : file_(std::move(file)) {}
+
+  // Closing the only descriptor of the lock file releases the lock.
+  FileDescriptor file_;
+};
+
+}  // namespace velmor
+
+#endif  // VELMOR_PLATFORM_FILE_LOCK_H_
