@@ -106,3 +106,68 @@ TEST(PropertyList, WritesXmlThatReadsBack) {
 
 }  // namespace
 }  // namespace velmor
+
+namespace velmor {
+namespace {
+
+// A binary property list made of the given objects (object 0 is the root),
+// with 2-byte references and 4-byte offsets.
+Data binaryPropertyList(const std::vector<Data>& objects) {
+  Data out{'b', 'p', 'l', 'i', 's', 't', '0', '0'};
+  std::vector<std::uint32_t> offsets;
+  for (const Data& object : objects) {
+    offsets.push_back(static_cast<std::uint32_t>(out.size()));
+    out.insert(out.end(), object.begin(), object.end());
+  }
+  const std::uint64_t table = out.size();
+  for (std::uint32_t offset : offsets) {
+    for (int shift = 24; shift >= 0; shift -= 8) out.push_back((offset >> shift) & 0xFF);
+  }
+  Data trailer(32, 0);
+  trailer[6] = 4;
+  trailer[7] = 2;
+  for (int i = 0; i < 8; ++i) {
+    trailer[8 + i] = (std::uint64_t{objects.size()} >> (56 - 8 * i)) & 0xFF;
+    trailer[24 + i] = (table >> (56 - 8 * i)) & 0xFF;
+  }
+  out.insert(out.end(), trailer.begin(), trailer.end());
+  return out;
+}
+
+Data arrayOf(std::uint16_t child) {
+  return Data{0xA1, std::uint8_t(child >> 8), std::uint8_t(child)};
+}
+
+// Damaged records must end in an exception the record's reader catches, never
+// in libplist aborting or overflowing the stack.
+TEST(KeyedUnarchiver, RefusesInputThatWouldBringDownThePropertyListReader) {
+  std::vector<Data> deep;
+  for (std::uint16_t i = 1; i < 5000; ++i) deep.push_back(arrayOf(i));
+  deep.push_back(Data{0xA0});
+  struct Case {
+    const char* what;
+    Data bytes;
+  };
+  const Case cases[] = {
+      {"key with a NUL",
+       binaryPropertyList({Data{0xD1, 0, 1, 0, 2}, Data{0x53, 'K', 0, 'z'}, Data{0x51, 'v'}})},
+      {"UTF-16 text with a NUL", binaryPropertyList({Data{0xA1, 0, 1}, Data{0x61, 0, 0}})},
+      {"an array inside itself", binaryPropertyList({arrayOf(1), arrayOf(0)})},
+      {"5000 nested arrays", binaryPropertyList(deep)},
+      {"reference past the objects", binaryPropertyList({arrayOf(7)})},
+      {"XML with a character reference", Data{'<', 'p', 'l', 'i', 's', 't', '>', '<', 's', 't', 'r',
+                                              'i', 'n', 'g', '>', '&', '#', '0', ';'}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    EXPECT_FALSE(PropertyList::parse(c.bytes));
+    EXPECT_THROW(KeyedUnarchiver{c.bytes}, InvalidArgumentException);
+  }
+  std::vector<Data> shallow;
+  for (std::uint16_t i = 1; i < 200; ++i) shallow.push_back(arrayOf(i));
+  shallow.push_back(Data{0xA0});
+  EXPECT_TRUE(PropertyList::parse(binaryPropertyList(shallow)));
+}
+
+}  // namespace
+}  // namespace velmor
