@@ -1,9 +1,15 @@
 #include "velmor/SecretStore.h"
 
+#include <cstdlib>
 #include <mutex>
+#include <string>
 #include <utility>
 
+#include "support/Format.h"
+#include "velmor/FileSecretStore.h"
 #include "velmor/MemorySecretStore.h"
+#include "velmor/SecretServiceStore.h"
+#include "velmor/VelmorAuthorizationLogger.h"
 
 namespace velmor {
 
@@ -12,7 +18,53 @@ namespace {
 std::mutex defaultMutex;
 std::shared_ptr<SecretStore> chosenStore;  // guarded by defaultMutex
 
-std::shared_ptr<SecretStore> automaticChoice() { return std::make_shared<MemorySecretStore>(); }
+std::string environmentText(const char* name) {
+  const char* value = std::getenv(name);
+  return value ? value : "";
+}
+
+std::shared_ptr<FileSecretStore> fileStore() {
+  std::string directory = environmentText("VELMOR_SECRET_STORE_DIR");
+  if (directory.empty()) directory = FileSecretStore::defaultDirectory();
+  return std::make_shared<FileSecretStore>(directory);
+}
+
+// The environment decides first, so that a user can point any application
+// at another store; then the desktop's Secret Service if it answers.
+std::shared_ptr<SecretStore> automaticChoice() {
+  VelmorAuthorizationLogger& logger = VelmorAuthorizationLogger::sharedLogger();
+  const std::string requested = environmentText("VELMOR_SECRET_STORE");
+  if (requested == "memory") {
+    logger.log("Secret store: memory (VELMOR_SECRET_STORE)", VelmorAuthorizationLogger::kLevelInfo);
+    return std::make_shared<MemorySecretStore>();
+  }
+  if (requested == "secret-service") {
+    logger.log("Secret store: Secret Service (VELMOR_SECRET_STORE)",
+               VelmorAuthorizationLogger::kLevelInfo);
+    return std::make_shared<SecretServiceStore>();
+  }
+  if (requested == "file") {
+    auto store = fileStore();
+    logger.log(
+        stringWithFormat("Secret store: files in '%@' (VELMOR_SECRET_STORE)", store->directory()),
+        VelmorAuthorizationLogger::kLevelInfo);
+    return store;
+  }
+  if (!requested.empty()) {
+    logger.log(stringWithFormat("Unknown VELMOR_SECRET_STORE '%@'; choosing by what is available",
+                                requested),
+               VelmorAuthorizationLogger::kLevelError);
+  }
+  if (SecretServiceStore::isAvailable()) {
+    logger.log("Secret store: Secret Service", VelmorAuthorizationLogger::kLevelInfo);
+    return std::make_shared<SecretServiceStore>();
+  }
+  auto store = fileStore();
+  logger.log(stringWithFormat("Secret store: files in '%@' (no Secret Service answers)",
+                              store->directory()),
+             VelmorAuthorizationLogger::kLevelInfo);
+  return store;
+}
 
 }  // namespace
 
