@@ -11,8 +11,16 @@
 #include <string>
 #include <utility>
 
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <vector>
+
+#include "TimeKeepingReporter.h"
 #include "storage/SecureData.h"
+#include "velmor/FileSecretStore.h"
 #include "velmor/MemorySecretStore.h"
+#include "velmor/SecretServiceStore.h"
 #include "velmor/SecretStore.h"
 
 namespace velmor {
@@ -130,14 +138,48 @@ void registerStoreBenchmarks(const std::string& name, StoreFactory makeStore) {
   }
 }
 
+void printRatios(const TimeKeepingReporter& reporter, const std::vector<std::string>& stores) {
+  const std::pair<const char*, const char*> pairs[] = {
+      {"Getter", "StoreFind"},
+      {"Setter", "StoreUpdate"},
+      {"AuthorizationStateEightGetters", "StoreFind"},
+  };
+  for (const std::string& store : stores) {
+    for (const auto& [what, bare] : pairs) {
+      auto measured = reporter.time(store + "/" + what);
+      auto base = reporter.time(store + "/" + bare);
+      if (!measured || !base || *base <= 0) continue;
+      std::printf("ratio %s/%s: %.1f us, %.2fx %s (%.1f us)\n", store.c_str(), what, *measured,
+                  *measured / *base, bare, *base);
+    }
+  }
+}
+
 }  // namespace velmor
 
 int main(int argc, char** argv) {
-  velmor::registerStoreBenchmarks("MemorySecretStore",
-                                  [] { return std::make_shared<velmor::MemorySecretStore>(); });
+  using velmor::registerStoreBenchmarks;
+  std::vector<std::string> stores = {"MemorySecretStore", "FileSecretStore"};
+  registerStoreBenchmarks("MemorySecretStore",
+                          [] { return std::make_shared<velmor::MemorySecretStore>(); });
+  // The file store in a scratch directory on the build's disk, as a user's
+  // home directory would be.
+  char pattern[] = "velmor-bench-XXXXXX";
+  const std::filesystem::path directory = ::mkdtemp(pattern) ? pattern : "velmor-bench";
+  registerStoreBenchmarks("FileSecretStore", [&] {
+    return std::make_shared<velmor::FileSecretStore>(std::filesystem::absolute(directory));
+  });
+  if (velmor::SecretServiceStore::isAvailable()) {
+    stores.push_back("SecretServiceStore");
+    registerStoreBenchmarks("SecretServiceStore",
+                            [] { return std::make_shared<velmor::SecretServiceStore>(); });
+  }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
+  velmor::TimeKeepingReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
+  velmor::printRatios(reporter, stores);
+  std::filesystem::remove_all(directory);
   return 0;
 }
