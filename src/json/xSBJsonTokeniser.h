@@ -79,8 +79,14 @@ class xSBJsonTokeniser {
   [[gnu::cold]] Token failExpectedLiteral(const char* word, const std::uint8_t* initial);
   [[gnu::cold]] Token failUnescapedControl(std::uint8_t c);
   [[gnu::cold]] Token failIllegalEscape(std::uint8_t c);
+  // Reports the token in [tokenStart, tokenEnd) and consumes up to `next`.
   Token emit(Token token, const std::uint8_t* tokenStart, const std::uint8_t* tokenEnd,
-             const std::uint8_t* next, const std::uint8_t** start, std::size_t* length);
+             const std::uint8_t* next, const std::uint8_t** start, std::size_t* length) {
+    *start = tokenStart;
+    *length = static_cast<std::size_t>(tokenEnd - tokenStart);
+    offset_ = static_cast<std::size_t>(next - data_);
+    return token;
+  }
 
   const std::uint8_t* data_ = nullptr;  // the caller's bytes or pending_
   std::size_t size_ = 0;

@@ -70,8 +70,10 @@ HttpUrlResponse::HttpUrlResponse(Url url, std::int64_t statusCode,
                                  const HeaderFields& headerFields)
     : url_(std::move(url)), statusCode_(statusCode) {
   for (const auto& [name, value] : headerFields) {
+    // A plain reference, because clang 14 cannot capture a structured binding.
+    const auto& fieldName = name;
     auto same = std::find_if(headerFields_.begin(), headerFields_.end(), [&](const auto& field) {
-      return text::equalsIgnoringCase(field.first, name);
+      return text::equalsIgnoringCase(field.first, fieldName);
     });
     if (same == headerFields_.end()) {
       headerFields_.emplace_back(name, value);

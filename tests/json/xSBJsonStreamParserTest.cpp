@@ -35,7 +35,8 @@ TEST(xSBJsonTokeniserTest, TokensCarryTheirNumbers) {
   EXPECT_EQ(texts, (std::vector<std::string>{"[", "]", ",", "{", "}", ":", "true", "false", "null",
                                              "-12", "1.5e3", "ab", "a\\nb"}));
 
-  tokeniser.appendData(bytesOf("?"), 1);
+  std::string more = "?";
+  tokeniser.appendData(bytesOf(more), more.size());
   EXPECT_EQ(tokeniser.getToken(&start, &length), -1);
   EXPECT_EQ(tokeniser.error(), "Illegal start of token [?]");
 }
