@@ -88,24 +88,6 @@ TEST(xSBJsonStreamParserTest, FailureIsFinal) {
   EXPECT_EQ(parser.error(), "Token 'end of array' not expected as array value");
 }
 
-TEST(xSBJsonStreamParserTest, OnlyKeyStatesWantKeys) {
-  const xSBJsonStreamParserState* keyStates[] = {
-      &xSBJsonStreamParserStateObjectStart::sharedInstance(),
-      &xSBJsonStreamParserStateObjectNeedKey::sharedInstance()};
-  const xSBJsonStreamParserState* otherStates[] = {
-      &xSBJsonStreamParserStateStart::sharedInstance(),
-      &xSBJsonStreamParserStateComplete::sharedInstance(),
-      &xSBJsonStreamParserStateError::sharedInstance(),
-      &xSBJsonStreamParserStateObjectGotKey::sharedInstance(),
-      &xSBJsonStreamParserStateObjectSeparator::sharedInstance(),
-      &xSBJsonStreamParserStateObjectGotValue::sharedInstance(),
-      &xSBJsonStreamParserStateArrayStart::sharedInstance(),
-      &xSBJsonStreamParserStateArrayGotValue::sharedInstance(),
-      &xSBJsonStreamParserStateArrayNeedValue::sharedInstance()};
-  for (const auto* state : keyStates) EXPECT_TRUE(state->needKey()) << state->name();
-  for (const auto* state : otherStates) EXPECT_FALSE(state->needKey()) << state->name();
-}
-
 TEST(xSBJsonStreamParserAdapterTest, EventsOutOfOrderRaise) {
   xSBJsonStreamParser parser;
   xSBJsonStreamParserAdapter adapter;
