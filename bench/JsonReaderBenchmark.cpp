@@ -145,24 +145,29 @@ void readWithNlohmann(benchmark::State& state, const std::string& input) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * input.size()));
 }
 
-// Passes results on to the console and remembers each benchmark's time per
-// iteration (the median when repetitions are asked for).
+struct Times {
+  double real = 0;
+  double cpu = 0;
+};
+
+// Passes results on to the console and remembers each benchmark's real and
+// CPU time per iteration (the median when repetitions are asked for).
 class TimeKeepingReporter final : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
       bool isMedian = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
       if (run.run_type == Run::RT_Iteration || isMedian) {
-        times_[run.run_name.function_name] = run.GetAdjustedRealTime();
+        times_[run.run_name.function_name] = {run.GetAdjustedRealTime(), run.GetAdjustedCPUTime()};
       }
     }
     ConsoleReporter::ReportRuns(runs);
   }
 
-  const std::map<std::string, double>& times() const { return times_; }
+  const std::map<std::string, Times>& times() const { return times_; }
 
  private:
-  std::map<std::string, double> times_;
+  std::map<std::string, Times> times_;
 };
 
 struct Input {
@@ -198,8 +203,14 @@ int main(int argc, char** argv) {
     auto rapid = times.find(name + "/rapidjson");
     auto nlohmann = times.find(name + "/nlohmann");
     if (ours == times.end() || rapid == times.end() || nlohmann == times.end()) continue;
-    std::printf("ratio %s (%zu bytes): ours/RapidJSON %.2f, ours/nlohmann %.2f\n", input.name,
-                input.text.size(), ours->second / rapid->second, ours->second / nlohmann->second);
+    // CPU time is the steadier measure when other processes share the
+    // machine; on an idle machine the two agree.
+    std::printf(
+        "ratio %s (%zu bytes): ours/RapidJSON %.2f, ours/nlohmann %.2f (real time); "
+        "%.2f, %.2f (CPU time)\n",
+        input.name, input.text.size(), ours->second.real / rapid->second.real,
+        ours->second.real / nlohmann->second.real, ours->second.cpu / rapid->second.cpu,
+        ours->second.cpu / nlohmann->second.cpu);
   }
   return 0;
 }

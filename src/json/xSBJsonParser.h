@@ -24,7 +24,9 @@ class xSBJsonParser {
  public:
   static constexpr std::size_t kDefaultMaxDepth = 32;
 
-  // The most arrays and objects that may be open at once.
+  // The most arrays and objects that may be open at once. Values are
+  // destroyed and compared recursively, so the limit also bounds the stack
+  // those need for any input.
   std::size_t maxDepth() const { return maxDepth_; }
   void setMaxDepth(std::size_t maxDepth) { maxDepth_ = maxDepth; }
 

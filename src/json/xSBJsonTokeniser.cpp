@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <string_view>
 
@@ -28,24 +29,34 @@ constexpr std::array<std::uint8_t, 256> kStringByteClasses = makeStringByteClass
 
 constexpr char kReplacementCharacter[] = "\xEF\xBF\xBD";
 
-xSBJsonTokeniser::Token structuralToken(std::uint8_t c) {
-  switch (c) {
-    case '[':
-      return xSBJsonTokeniser::kArrayStart;
-    case ']':
-      return xSBJsonTokeniser::kArrayEnd;
-    case ',':
-      return xSBJsonTokeniser::kValueSeparator;
-    case '{':
-      return xSBJsonTokeniser::kObjectStart;
-    case '}':
-      return xSBJsonTokeniser::kObjectEnd;
-    default:
-      return xSBJsonTokeniser::kKeyValueSeparator;
+// Skips the bytes of a string that need no closer look, eight at a time
+// while eight remain: a byte needs a look when it is a quotation mark, a
+// reverse solidus, a control character or above 0x7F.
+const std::uint8_t* skipPlainStringBytes(const std::uint8_t* p, const std::uint8_t* end) {
+  constexpr std::uint64_t kOnes = 0x0101010101010101u;
+  constexpr std::uint64_t kHighBits = 0x8080808080808080u;
+  while (end - p >= 8) {
+    std::uint64_t word;
+    std::memcpy(&word, p, sizeof word);
+    // Each test sets the high bit of every byte that needs a look. It may
+    // also mark bytes after such a byte (through borrows towards the more
+    // significant end), but never one before it.
+    std::uint64_t quote = word ^ (kOnes * '"');
+    std::uint64_t backslash = word ^ (kOnes * '\\');
+    std::uint64_t marks = (((quote - kOnes) & ~quote) | ((backslash - kOnes) & ~backslash) |
+                           (word - kOnes * 0x20) | word) &
+                          kHighBits;
+    if (marks != 0) {
+      if constexpr (std::endian::native == std::endian::little) {
+        return p + std::countr_zero(marks) / 8;
+      }
+      break;
+    }
+    p += 8;
   }
+  while (p < end && kStringByteClasses[*p] == kPlain) ++p;
+  return p;
 }
-
-bool isWhitespace(std::uint8_t c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 bool isDigit(std::uint8_t c) { return static_cast<unsigned>(c - '0') < 10; }
 
@@ -198,26 +209,11 @@ void xSBJsonTokeniser::keepPendingBytes() {
   borrowed_ = false;
 }
 
-xSBJsonTokeniser::Token xSBJsonTokeniser::getToken(const std::uint8_t** start,
-                                                   std::size_t* length) {
-  const std::uint8_t* begin = data_;
-  const std::uint8_t* end = data_ + size_;
-  const std::uint8_t* p = begin + offset_;
-  while (p < end && isWhitespace(*p)) ++p;
-  offset_ = static_cast<std::size_t>(p - begin);
-  if (p == end) return kNeedMoreInput;
-
+xSBJsonTokeniser::Token xSBJsonTokeniser::scanToken(const std::uint8_t** start,
+                                                    std::size_t* length) {
+  const std::uint8_t* p = data_ + offset_;
+  if (offset_ == size_) return kNeedMoreInput;
   switch (*p) {
-    case '[':
-    case ']':
-    case ',':
-    case '{':
-    case '}':
-    case ':':
-      *start = p;
-      *length = 1;
-      offset_ = static_cast<std::size_t>(p + 1 - begin);
-      return structuralToken(*p);
     case '"':
       return scanString(p, start, length);
     case 't':
@@ -294,7 +290,7 @@ xSBJsonTokeniser::Token xSBJsonTokeniser::scanString(const std::uint8_t* p,
   const std::uint8_t* q = p + 1;
   bool encoded = false;
   for (;;) {
-    while (q < end && kStringByteClasses[*q] == kPlain) ++q;
+    q = skipPlainStringBytes(q, end);
     if (q == end) return kNeedMoreInput;
     switch (kStringByteClasses[*q]) {
       case kQuote:
@@ -393,16 +389,6 @@ xSBJsonTokeniser::Token xSBJsonTokeniser::failUnescapedControl(std::uint8_t c) {
 xSBJsonTokeniser::Token xSBJsonTokeniser::failIllegalEscape(std::uint8_t c) {
   error_ = stringWithFormat("Illegal escape character [%x]", static_cast<unsigned>(c));
   return kError;
-}
-
-xSBJsonTokeniser::Token xSBJsonTokeniser::emit(Token token, const std::uint8_t* tokenStart,
-                                               const std::uint8_t* tokenEnd,
-                                               const std::uint8_t* next, const std::uint8_t** start,
-                                               std::size_t* length) {
-  *start = tokenStart;
-  *length = static_cast<std::size_t>(tokenEnd - tokenStart);
-  offset_ = static_cast<std::size_t>(next - data_);
-  return token;
 }
 
 void xSBJsonTokeniser::decodeString(const std::uint8_t* bytes, std::size_t length,

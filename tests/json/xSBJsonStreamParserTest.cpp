@@ -35,7 +35,8 @@ TEST(xSBJsonTokeniserTest, TokensCarryTheirNumbers) {
   EXPECT_EQ(texts, (std::vector<std::string>{"[", "]", ",", "{", "}", ":", "true", "false", "null",
                                              "-12", "1.5e3", "ab", "a\\nb"}));
 
-  tokeniser.appendData(bytesOf("?"), 1);
+  std::string more = "?";
+  tokeniser.appendData(bytesOf(more), more.size());
   EXPECT_EQ(tokeniser.getToken(&start, &length), -1);
   EXPECT_EQ(tokeniser.error(), "Illegal start of token [?]");
 }
@@ -85,24 +86,6 @@ TEST(xSBJsonStreamParserTest, FailureIsFinal) {
   EXPECT_EQ(parser.state()->name(), "in error");
   EXPECT_EQ(parser.parse(bytesOf("2]"), 2), xSBJsonStreamParser::kError);
   EXPECT_EQ(parser.error(), "Token 'end of array' not expected as array value");
-}
-
-TEST(xSBJsonStreamParserTest, OnlyKeyStatesWantKeys) {
-  const xSBJsonStreamParserState* keyStates[] = {
-      &xSBJsonStreamParserStateObjectStart::sharedInstance(),
-      &xSBJsonStreamParserStateObjectNeedKey::sharedInstance()};
-  const xSBJsonStreamParserState* otherStates[] = {
-      &xSBJsonStreamParserStateStart::sharedInstance(),
-      &xSBJsonStreamParserStateComplete::sharedInstance(),
-      &xSBJsonStreamParserStateError::sharedInstance(),
-      &xSBJsonStreamParserStateObjectGotKey::sharedInstance(),
-      &xSBJsonStreamParserStateObjectSeparator::sharedInstance(),
-      &xSBJsonStreamParserStateObjectGotValue::sharedInstance(),
-      &xSBJsonStreamParserStateArrayStart::sharedInstance(),
-      &xSBJsonStreamParserStateArrayGotValue::sharedInstance(),
-      &xSBJsonStreamParserStateArrayNeedValue::sharedInstance()};
-  for (const auto* state : keyStates) EXPECT_TRUE(state->needKey()) << state->name();
-  for (const auto* state : otherStates) EXPECT_FALSE(state->needKey()) << state->name();
 }
 
 TEST(xSBJsonStreamParserAdapterTest, EventsOutOfOrderRaise) {
