@@ -11,10 +11,6 @@ WwwAuthenticateChallenge::WwwAuthenticateChallenge(std::string scheme)
 
 WwwAuthenticateChallenge::~WwwAuthenticateChallenge() = default;
 
-void WwwAuthenticateChallenge::setAttribute(std::string name, std::string value) {
-  attributeNameValuePairs_.set(std::move(name), Value(std::move(value)));
-}
-
 std::optional<std::string> WwwAuthenticateChallenge::realm() const { return attribute("realm"); }
 
 std::optional<std::string> WwwAuthenticateChallenge::attribute(std::string_view name) const {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "velmor/Value.h"
 
@@ -33,8 +34,9 @@ class WwwAuthenticateChallenge {
 
   // Attribute names as they arrived (case kept) to their text values.
   const Dictionary& attributeNameValuePairs() const { return attributeNameValuePairs_; }
-  // Inserts or replaces, so a repeated name keeps its last value.
-  void setAttribute(std::string name, std::string value);
+  void setAttributeNameValuePairs(Dictionary attributes) {
+    attributeNameValuePairs_ = std::move(attributes);
+  }
 
   // The "realm" attribute; names are matched exactly, so "Realm" is not it.
   std::optional<std::string> realm() const;

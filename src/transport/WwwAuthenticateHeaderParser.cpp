@@ -5,6 +5,7 @@
 #include <iterator>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "support/Alphanumeric.h"
 #include "support/Format.h"
@@ -50,7 +51,12 @@ class HeaderReader final {
   HeaderReader() : data_(std::make_shared<WwwAuthenticateHeaderData>()) {}
 
   State state() const { return state_; }
-  std::shared_ptr<WwwAuthenticateHeaderData> takeResult() { return std::move(data_); }
+  std::shared_ptr<WwwAuthenticateHeaderData> takeResult() {
+    if (challenge_) {
+      challenge_->setAttributeNameValuePairs(Dictionary::fromEntries(std::move(attributes_)));
+    }
+    return std::move(data_);
+  }
 
   bool read(char16_t c) {
     switch (state_) {
@@ -163,9 +169,11 @@ class HeaderReader final {
     data_->addChallenge(challenge_);
   }
 
-  // Only reachable after a scheme, so there is always a current challenge.
+  // Attributes are gathered and sorted once at the end: inserting them one
+  // by one into the sorted dictionary would make a header of many
+  // attributes cost quadratic time. Repeated names keep their last value.
   void storeAttribute() {
-    challenge_->setAttribute(attributeName_, takeToken());
+    attributes_.emplace_back(attributeName_, Value(takeToken()));
     state_ = State::kAttributeNameStart;
   }
 
@@ -174,6 +182,7 @@ class HeaderReader final {
   State state_ = State::kSchemeStart;
   std::u16string token_;
   std::string attributeName_;
+  std::vector<Dictionary::Entry> attributes_;
 };
 
 void setError(ErrorRef* error, ErrorRef value) {

@@ -70,6 +70,7 @@ TEST(WwwAuthenticateHeaderParserTest, ReadsWellFormedHeaders) {
        {bearer({{"realm", R"(C:\dir\)"}, {"scope", "read write"}})}},
       {R"(Bearer error="")", {bearer({{"error", ""}})}},
       {R"(Bearer realm="a" realm="b")", {bearer({{"realm", "b"}})}},
+      {"Bearer z=1 b=2 a=3 z=4 b=5,", {bearer({{"a", "3"}, {"b", "5"}, {"z", "4"}})}},
       {R"(Bearer ,, realm="x",,  error="y" ,)", {bearer({{"realm", "x"}, {"error", "y"}})}},
       {"Bearer\trealm=\"x\"\r\nerror=y\n", {bearer({{"realm", "x"}, {"error", "y"}})}},
       {"Bearer\u00a0realm=\"x\"", {bearer({{"realm", "x"}})}},
@@ -91,6 +92,25 @@ TEST(WwwAuthenticateHeaderParserTest, ReadsWellFormedHeaders) {
     EXPECT_EQ(error, nullptr);
     ASSERT_NE(data, nullptr);
     expectChallenges(*data, c.challenges);
+  }
+}
+
+// A hostile server may send thousands of attributes; each must be kept,
+// whatever the order in which the names arrive.
+TEST(WwwAuthenticateHeaderParserTest, KeepsEveryAttributeOfALongHeader) {
+  constexpr int kCount = 5000;
+  std::string header = "Bearer";
+  for (int i = kCount; i > 0; --i) header += " a" + std::to_string(i) + "=" + std::to_string(i);
+  header += ",";
+  auto data = WwwAuthenticateHeaderParser::parse(header, nullptr);
+  ASSERT_NE(data, nullptr);
+  ASSERT_EQ(data->challenges().size(), 1u);
+  const Dictionary& attributes = data->challenges()[0]->attributeNameValuePairs();
+  EXPECT_EQ(attributes.size(), static_cast<std::size_t>(kCount));
+  for (int i : {1, 2, 999, kCount}) {
+    const std::string* value = attributes.findString("a" + std::to_string(i));
+    ASSERT_NE(value, nullptr) << i;
+    EXPECT_EQ(*value, std::to_string(i));
   }
 }
 
