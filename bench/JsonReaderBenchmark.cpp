@@ -6,12 +6,12 @@
 #include <rapidjson/document.h>
 #include <cstdint>
 #include <cstdio>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "TimeKeepingReporter.h"
 #include "json/xSBJsonParser.h"
 
 namespace {
@@ -145,31 +145,6 @@ void readWithNlohmann(benchmark::State& state, const std::string& input) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * input.size()));
 }
 
-struct Times {
-  double real = 0;
-  double cpu = 0;
-};
-
-// Passes results on to the console and remembers each benchmark's real and
-// CPU time per iteration (the median when repetitions are asked for).
-class TimeKeepingReporter final : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      bool isMedian = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-      if (run.run_type == Run::RT_Iteration || isMedian) {
-        times_[run.run_name.function_name] = {run.GetAdjustedRealTime(), run.GetAdjustedCPUTime()};
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-
-  const std::map<std::string, Times>& times() const { return times_; }
-
- private:
-  std::map<std::string, Times> times_;
-};
-
 struct Input {
   const char* name;
   const std::string& text;
@@ -192,25 +167,23 @@ int main(int argc, char** argv) {
 
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  TimeKeepingReporter reporter;
+  velmor::TimeKeepingReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
 
-  const auto& times = reporter.times();
   for (const Input& input : inputs) {
     std::string name = input.name;
-    auto ours = times.find(name + "/velmor");
-    auto rapid = times.find(name + "/rapidjson");
-    auto nlohmann = times.find(name + "/nlohmann");
-    if (ours == times.end() || rapid == times.end() || nlohmann == times.end()) continue;
+    auto ours = reporter.time(name + "/velmor");
+    auto rapid = reporter.time(name + "/rapidjson");
+    auto nlohmann = reporter.time(name + "/nlohmann");
+    if (!ours || !rapid || !nlohmann) continue;
     // CPU time is the steadier measure when other processes share the
     // machine; on an idle machine the two agree.
     std::printf(
         "ratio %s (%zu bytes): ours/RapidJSON %.2f, ours/nlohmann %.2f (real time); "
         "%.2f, %.2f (CPU time)\n",
-        input.name, input.text.size(), ours->second.real / rapid->second.real,
-        ours->second.real / nlohmann->second.real, ours->second.cpu / rapid->second.cpu,
-        ours->second.cpu / nlohmann->second.cpu);
+        input.name, input.text.size(), ours->real / rapid->real, ours->real / nlohmann->real,
+        ours->cpu / rapid->cpu, ours->cpu / nlohmann->cpu);
   }
   return 0;
 }

@@ -148,9 +148,9 @@ void printRatios(const TimeKeepingReporter& reporter, const std::vector<std::str
     for (const auto& [what, bare] : pairs) {
       auto measured = reporter.time(store + "/" + what);
       auto base = reporter.time(store + "/" + bare);
-      if (!measured || !base || *base <= 0) continue;
-      std::printf("ratio %s/%s: %.1f us, %.2fx %s (%.1f us)\n", store.c_str(), what, *measured,
-                  *measured / *base, bare, *base);
+      if (!measured || !base || base->real <= 0) continue;
+      std::printf("ratio %s/%s: %.1f us, %.2fx %s (%.1f us)\n", store.c_str(), what, measured->real,
+                  measured->real / base->real, bare, base->real);
     }
   }
 }
