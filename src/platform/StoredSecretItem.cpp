@@ -1,12 +1,6 @@
 #include "platform/StoredSecretItem.h"
 
 #include <openssl/evp.h>
-#include <plist/plist.h>
-
-#include <cstdint>
-#include <limits>
-#include <memory>
-#include <utility>
 
 #include "platform/PropertyList.h"
 #include "support/Text.h"
@@ -18,29 +12,6 @@ namespace {
 constexpr char kServiceKey[] = "Service";
 constexpr char kAccountKey[] = "Account";
 constexpr char kDataKey[] = "Data";
-
-struct PlistDeleter {
-  void operator()(plist_t node) const { plist_free(node); }
-};
-using PlistNode = std::unique_ptr<void, PlistDeleter>;
-
-// Read by length, not as C strings: libplist aborts the process when asked
-// for a C string that holds a NUL, which a damaged file may contain.
-std::optional<std::string> textOf(plist_t node) {
-  if (!node || plist_get_node_type(node) != PLIST_STRING) return std::nullopt;
-  std::uint64_t length = 0;
-  const char* text = plist_get_string_ptr(node, &length);
-  if (!text) return std::string();
-  return std::string(text, length);
-}
-
-std::optional<Data> bytesOf(plist_t node) {
-  if (!node || plist_get_node_type(node) != PLIST_DATA) return std::nullopt;
-  std::uint64_t length = 0;
-  const char* bytes = plist_get_data_ptr(node, &length);
-  if (!bytes) return Data();
-  return Data(bytes, bytes + length);
-}
 
 }  // namespace
 
@@ -75,20 +46,14 @@ Data StoredSecretItem::encode(const std::string& service, const std::string& acc
 }
 
 std::optional<StoredSecretItem> StoredSecretItem::decode(const Data& bytes) {
-  if (bytes.empty() || bytes.size() > std::numeric_limits<std::uint32_t>::max())
-    return std::nullopt;
-  plist_t raw = nullptr;
-  plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
-                    static_cast<std::uint32_t>(bytes.size()), &raw);
-  PlistNode root(raw);
-  // Looked up by key rather than by walking the dictionary, because libplist
-  // aborts when asked for a key that holds a NUL.
-  if (!root || plist_get_node_type(root.get()) != PLIST_DICT) return std::nullopt;
-  std::optional<std::string> service = textOf(plist_dict_get_item(root.get(), kServiceKey));
-  std::optional<std::string> account = textOf(plist_dict_get_item(root.get(), kAccountKey));
-  std::optional<Data> data = bytesOf(plist_dict_get_item(root.get(), kDataKey));
-  if (!service || !account || !data) return std::nullopt;
-  return StoredSecretItem{std::move(*service), std::move(*account), std::move(*data)};
+  std::optional<Value> root = PropertyList::parse(bytes);
+  const Dictionary* entries = root ? root->dictionaryValue() : nullptr;
+  if (!entries) return std::nullopt;
+  const std::string* service = entries->findString(kServiceKey);
+  const std::string* account = entries->findString(kAccountKey);
+  const Value* data = entries->find(kDataKey);
+  if (!service || !account || !data || !data->dataValue()) return std::nullopt;
+  return StoredSecretItem{*service, *account, *data->dataValue()};
 }
 
 }  // namespace velmor

@@ -231,7 +231,8 @@ TEST(FileSecretStore, TreatsDamagedForeignAndUnreadableFilesAsDocumented) {
       {"other names", kForeign,
        PropertyList::binaryFromEntries(
            {{"Service", "svc2"}, {"Account", "acct"}, {"Data", Data{9}}})},
-      {"names with a NUL tail", kForeign,
+      // libplist stores the overlong NUL as a UTF-16 NUL, which reading refuses.
+      {"names with a NUL tail", kDamaged,
        PropertyList::binaryFromEntries(
            {{"Service", "svc\xC0\x80"}, {"Account", "acct"}, {"Data", Data{9}}})},
       {"a directory", kUnreadable, std::nullopt},
