@@ -11,8 +11,8 @@ namespace velmor {
 // "com.velmor.Authorization/<library version>; <application id>/<application
 // version>; <OS name>/<OS release>", for example
 // "com.velmor.Authorization/1.1.4 (13); com.example.notes/2.4; Linux/6.1.0".
-// Without ApplicationInfo (a unit-test host) the application part is
-// "UnitTest/?".
+// Without ApplicationInfo, or with an empty identifier (a unit-test host),
+// the application part is "UnitTest/?"; an empty version reads "(null)".
 //
 // One shared instance, made on first use and read-only afterwards, so the
 // text is fixed for the life of the process: set ApplicationInfo before the

@@ -2,7 +2,6 @@
 #ifndef VELMOR_TESTING_FAKE_HTTP_CLIENT_H_
 #define VELMOR_TESTING_FAKE_HTTP_CLIENT_H_
 
-#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -12,19 +11,15 @@
 #include <utility>
 #include <vector>
 
-#include "velmor/Error.h"
 #include "velmor/HttpClient.h"
-#include "velmor/HttpUrlResponse.h"
 
 namespace velmor::test {
 
-// Scripted answers are used in the order given; once they run out every
-// request gets 200 with no header fields and an empty body. Responses carry
-// the request's URL. Thread-safe.
-//
-// Fault switches: a transport failure in "NSURLErrorDomain" with the
-// request's URL under "NSErrorFailingURLKey" (and, optionally, a body that
-// arrived all the same), and answers whose body is lost (absent).
+// Scripted answers are used in order; once they run out every request gets
+// 200 with no header fields and an empty body. Responses carry the request's
+// URL. Fault switch: a transport failure in "NSURLErrorDomain" with the
+// request's URL under "NSErrorFailingURLKey", optionally with a body that
+// arrived all the same. Thread-safe.
 class FakeHttpClient final : public HttpClient {
  public:
   struct Answer {
@@ -41,7 +36,7 @@ class FakeHttpClient final : public HttpClient {
       result.error = std::make_shared<Error>(
           "NSURLErrorDomain", *failureCode_,
           Dictionary{{"NSErrorFailingURLKey", request.url.absoluteString()}});
-      if (failureBody_) result.body = bytesOf(*failureBody_);
+      if (failureBody_) result.body = Data(failureBody_->begin(), failureBody_->end());
       return result;
     }
     Answer answer;
@@ -51,7 +46,7 @@ class FakeHttpClient final : public HttpClient {
     }
     result.response =
         std::make_shared<HttpUrlResponse>(request.url, answer.statusCode, answer.headerFields);
-    if (!bodyLost_) result.body = bytesOf(answer.body);
+    result.body = Data(answer.body.begin(), answer.body.end());
     return result;
   }
 
@@ -59,39 +54,24 @@ class FakeHttpClient final : public HttpClient {
     std::lock_guard<std::mutex> lock(mutex_);
     script_.push_back(std::move(answer));
   }
-
-  // Every send fails with `code` until cleared with nothing; `body` is
-  // handed back beside the error when given.
+  // Every send fails with `code` until cleared with nothing.
   void setTransportFailure(std::optional<std::int64_t> code,
                            std::optional<std::string> body = std::nullopt) {
     std::lock_guard<std::mutex> lock(mutex_);
     failureCode_ = code;
     failureBody_ = std::move(body);
   }
-  // Answers keep their status and headers but come without a body.
-  void setBodyLost(bool lost) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    bodyLost_ = lost;
-  }
-
   std::vector<HttpRequest> requests() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return requests_;
   }
-  std::size_t pendingAnswers() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return script_.size();
-  }
 
  private:
-  static Data bytesOf(const std::string& text) { return Data(text.begin(), text.end()); }
-
   mutable std::mutex mutex_;
   std::deque<Answer> script_;
   std::vector<HttpRequest> requests_;
   std::optional<std::int64_t> failureCode_;
   std::optional<std::string> failureBody_;
-  bool bodyLost_ = false;
 };
 
 }  // namespace velmor::test

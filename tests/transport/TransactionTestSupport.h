@@ -1,47 +1,49 @@
 // What the transaction tests share: a credential record in a private
-// in-memory secret store, and responses made to measure.
+// in-memory secret store, responses made to measure, and short outcomes.
 #ifndef VELMOR_TESTS_TRANSPORT_TRANSACTION_TEST_SUPPORT_H_
 #define VELMOR_TESTS_TRANSPORT_TRANSACTION_TEST_SUPPORT_H_
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "storage/SecureData.h"
 #include "testing/ScopedSecretStore.h"
 #include "transport/HttpTransactionProtocol.h"
-#include "velmor/Data.h"
-#include "velmor/Error.h"
-#include "velmor/HttpUrlResponse.h"
 #include "velmor/MemorySecretStore.h"
-#include "velmor/Url.h"
 #include "velmor/VelmorAuthorizationError.h"
 
 namespace velmor::test {
 
 inline Data bytesOf(const std::string& text) { return Data(text.begin(), text.end()); }
-inline std::string textOf(const Data& data) { return std::string(data.begin(), data.end()); }
-
+// A body that may be absent.
+inline std::optional<Data> bodyOf(const std::optional<std::string>& text) {
+  return text ? std::optional<Data>(bytesOf(*text)) : std::nullopt;
+}
 inline Url urlOf(const std::string& text) { return *Url::withString(text); }
 
-inline const Url kServerBase = urlOf("https://auth.example.com/base/");
-
-inline std::shared_ptr<HttpUrlResponse> responseOf(std::int64_t status,
-                                                   HttpUrlResponse::HeaderFields headers = {}) {
-  return std::make_shared<HttpUrlResponse>(urlOf("https://auth.example.com/base/x"), status,
-                                           headers);
+inline std::shared_ptr<HttpUrlResponse> responseOf(
+    std::int64_t status, const HttpUrlResponse::HeaderFields& headers = {}) {
+  return std::make_shared<HttpUrlResponse>(urlOf("https://auth.example.com/x"), status, headers);
 }
-
 inline std::shared_ptr<HttpUrlResponse> jsonResponseOf(std::int64_t status) {
   return responseOf(status, {{"Content-Type", "application/json;charset=UTF-8"}});
 }
 
-// What a transaction's generateRequest produced.
+// "server 4", "network 6", "client 3" or "none", so a mismatch shows both.
+inline std::string outcomeOf(const ErrorRef& error) {
+  if (!error) return "none";
+  const std::string& domain = error->domain();
+  const char* name = domain == AuthorizationServerErrorDomain    ? "server"
+                     : domain == NetworkCommunicationErrorDomain ? "network"
+                     : domain == AuthorizationClientErrorDomain  ? "client"
+                                                                 : domain.c_str();
+  return std::string(name) + " " + std::to_string(error->code());
+}
+
 struct GeneratedRequest {
   std::optional<Url> url;
   Dictionary headers;
@@ -50,57 +52,22 @@ struct GeneratedRequest {
 };
 
 inline GeneratedRequest generate(HttpTransactionProtocol& transaction,
-                                 const Url& base = kServerBase) {
+                                 const std::string& base = "https://auth.example.com/base/") {
   GeneratedRequest request;
-  request.body =
-      textOf(transaction.generateRequest(base, &request.url, &request.headers, &request.verb));
+  const Data body =
+      transaction.generateRequest(urlOf(base), &request.url, &request.headers, &request.verb);
+  request.body.assign(body.begin(), body.end());
   return request;
 }
 
-// The address a path resolves to under a base with and without a trailing
-// "/": the latter loses its last segment.
-struct Resolution {
-  std::string base, url;
-};
-
-inline std::vector<Resolution> resolutionsOf(const std::string& path) {
-  return {{"https://auth.example.com/base/", "https://auth.example.com/base/" + path},
-          {"https://auth.example.com/base", "https://auth.example.com/" + path},
-          {"https://auth.example.com", "https://auth.example.com/" + path}};
+inline Dictionary formHeaders(std::optional<std::string> basic = "Basic Y2lkOmNzZWNyZXQ=") {
+  Dictionary headers{{"Content-Type", "application/x-www-form-urlencoded;charset=UTF-8"}};
+  if (basic) headers.set("Authorization", *basic);
+  return headers;
 }
 
-inline void expectResolvedPath(HttpTransactionProtocol& transaction, const std::string& path) {
-  for (const Resolution& r : resolutionsOf(path)) {
-    SCOPED_TRACE(r.base);
-    std::optional<Url> url = generate(transaction, urlOf(r.base)).url;
-    ASSERT_TRUE(url);
-    EXPECT_EQ(url->absoluteString(), r.url);
-  }
-}
-
-inline Dictionary clientAuthenticatedFormHeaders(const std::string& basic) {
-  return Dictionary{{"Authorization", basic},
-                    {"Content-Type", "application/x-www-form-urlencoded;charset=UTF-8"}};
-}
-
-// The error's domain and code as one text, so a mismatch shows both.
-inline std::string domainAndCode(const ErrorRef& error) {
-  if (!error) return "no error";
-  return error->domain() + " " + std::to_string(error->code());
-}
-
-inline std::string serverError(std::int64_t code) {
-  return std::string(AuthorizationServerErrorDomain) + " " + std::to_string(code);
-}
-inline std::string networkError(std::int64_t code) {
-  return std::string(NetworkCommunicationErrorDomain) + " " + std::to_string(code);
-}
-inline std::string clientError(std::int64_t code) {
-  return std::string(AuthorizationClientErrorDomain) + " " + std::to_string(code);
-}
-
-// A credential record encrypted under a fixed key in a fresh memory store,
-// filled with a registered client, a signed-in user and both tokens.
+// A credential record under a fixed key in a fresh memory store; fillRecord
+// stores client "cid"/"csecret", user "anna" and both tokens.
 class TransactionTest : public ::testing::Test {
  protected:
   using Date = SecureData::Date;
@@ -126,8 +93,7 @@ class TransactionTest : public ::testing::Test {
   static constexpr Date kOldStart{std::chrono::seconds(1700000000)};
   static constexpr Date kOldEnd{std::chrono::seconds(1700003600)};
 
-  std::shared_ptr<MemorySecretStore> store_ = std::make_shared<MemorySecretStore>();
-  ScopedSecretStore scope_{store_};
+  ScopedSecretStore scope_{std::make_shared<MemorySecretStore>()};
   std::shared_ptr<SecureData> record_ =
       std::make_shared<SecureData>("auth.example.com", "apptoken", fixedKey(), 0);
 };
