@@ -20,9 +20,10 @@ class HttpUrlResponse {
  public:
   using HeaderFields = std::vector<std::pair<std::string, std::string>>;
 
-  // Header fields in the order received. A field that appears more than once
-  // (in any letter case) keeps the first name's spelling and joins the
-  // values with ", ", as HTTP allows.
+  // Header fields in the order received, their names in canonical form
+  // ("content-type" becomes "Content-Type", "www-authenticate"
+  // "WWW-Authenticate"). A field that appears more than once (in any letter
+  // case) joins the values with ", ", as HTTP allows.
   HttpUrlResponse(Url url, std::int64_t statusCode, const HeaderFields& headerFields);
 
   const Url& url() const { return url_; }

@@ -64,6 +64,23 @@ constexpr StatusPhrase kStatusPhrases[] = {
     {511, "network authentication required"},
 };
 
+// Field names as the platform hands them out: servers (and HTTP/2) may send
+// "content-type", while the library looks fields up as "Content-Type".
+std::string canonicalHeaderName(std::string_view name) {
+  static constexpr std::string_view kIrregular[] = {"WWW-Authenticate", "ETag", "Content-MD5", "TE",
+                                                    "DNT"};
+  for (std::string_view irregular : kIrregular) {
+    if (text::equalsIgnoringCase(irregular, name)) return std::string(irregular);
+  }
+  std::string canonical = text::toLowerAscii(name);
+  bool startOfWord = true;
+  for (char& c : canonical) {
+    if (startOfWord && c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
+    startOfWord = c == '-';
+  }
+  return canonical;
+}
+
 }  // namespace
 
 HttpUrlResponse::HttpUrlResponse(Url url, std::int64_t statusCode, const HeaderFields& headerFields)
@@ -73,7 +90,7 @@ HttpUrlResponse::HttpUrlResponse(Url url, std::int64_t statusCode, const HeaderF
       return text::equalsIgnoringCase(kept.first, field.first);
     });
     if (same == headerFields_.end()) {
-      headerFields_.push_back(field);
+      headerFields_.emplace_back(canonicalHeaderName(field.first), field.second);
     } else {
       same->second += ", " + field.second;
     }

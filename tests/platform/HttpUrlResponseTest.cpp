@@ -22,6 +22,18 @@ TEST(HttpUrlResponse, LooksUpHeaderFieldsIgnoringCase) {
   ASSERT_NE(fields.findString("WWW-Authenticate"), nullptr);
 }
 
+TEST(HttpUrlResponse, SpellsFieldNamesCanonically) {
+  HttpUrlResponse response = responseWith({{"content-type", "a"},
+                                           {"www-authenticate", "b"},
+                                           {"X-REQUEST-ID", "c"},
+                                           {"etag", "d"},
+                                           {"content-length", "1"}});
+  std::vector<std::string> names;
+  for (const auto& entry : response.allHeaderFields()) names.push_back(entry.first);
+  EXPECT_EQ(names, (std::vector<std::string>{"Content-Length", "Content-Type", "ETag",
+                                             "WWW-Authenticate", "X-Request-Id"}));
+}
+
 TEST(HttpUrlResponse, PhrasesStatusCodes) {
   struct Case {
     std::int64_t code;
