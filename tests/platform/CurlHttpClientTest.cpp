@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 
 #include <optional>
@@ -14,44 +13,16 @@
 
 #include "platform/FileDescriptor.h"
 #include "testing/RawTestServer.h"
+#include "testing/ScopedEnvironmentVariables.h"
 #include "testing/TestAuthorizationServer.h"
 
 namespace velmor {
 namespace {
 
 using test::RawTestServer;
+using test::ScopedEnvironmentVariables;
 using test::ScriptedResponse;
 using test::TestAuthorizationServer;
-
-// Sets environment variables for one test and restores them afterwards.
-class ScopedEnvironment final {
- public:
-  ScopedEnvironment(std::initializer_list<std::pair<const char*, const char*>> variables) {
-    for (const auto& [name, value] : variables) {
-      const char* previous = ::getenv(name);
-      saved_.emplace_back(name, previous ? std::optional<std::string>(previous) : std::nullopt);
-      set(name, value);
-    }
-  }
-  ~ScopedEnvironment() {
-    for (auto it = saved_.rbegin(); it != saved_.rend(); ++it) {
-      set(it->first.c_str(), it->second ? it->second->c_str() : nullptr);
-    }
-  }
-  ScopedEnvironment(const ScopedEnvironment&) = delete;
-  ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
- private:
-  static void set(const char* name, const char* value) {
-    if (value) {
-      ::setenv(name, value, 1);
-    } else {
-      ::unsetenv(name);
-    }
-  }
-
-  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
-};
 
 Data bytes(std::string_view text) { return Data(text.begin(), text.end()); }
 
@@ -98,7 +69,7 @@ class RefusingPort final {
 class CurlHttpClientTest : public ::testing::Test {
  protected:
   // Loopback only: no proxy the environment may name gets to see these.
-  ScopedEnvironment noProxy_{{"no_proxy", "*"}};
+  ScopedEnvironmentVariables noProxy_{{"no_proxy", "*"}};
   TestAuthorizationServer server_;
   // After the server, so it goes first and closes its kept connections.
   CurlHttpClient client_{trusting(server_.caFile())};
@@ -201,8 +172,9 @@ TEST_F(CurlHttpClientTest, HandsBackRedirectsWithoutFollowingThem) {
   ASSERT_EQ(server_.requests().size(), 1u);
 }
 
-TEST_F(CurlHttpClientTest, ConsecutiveRequestsShareOneConnection) {
-  server_.answer("/a", ScriptedResponse{200, {}, "one", std::nullopt, {}});
+TEST_F(CurlHttpClientTest, ConsecutiveRequestsShareOneConnectionButNoCookies) {
+  server_.answer(
+      "/a", ScriptedResponse{200, {{"Set-Cookie", "session=1; Path=/"}}, "one", std::nullopt, {}});
   for (int i = 0; i < 3; ++i) {
     ASSERT_EQ(client_.send(requestFor(server_.url(i == 1 ? "/missing" : "/a"))).error, nullptr);
   }
@@ -210,6 +182,8 @@ TEST_F(CurlHttpClientTest, ConsecutiveRequestsShareOneConnection) {
   ASSERT_EQ(requests.size(), 3u);
   EXPECT_EQ(requests[1].remotePort, requests[0].remotePort);
   EXPECT_EQ(requests[2].remotePort, requests[0].remotePort);
+  EXPECT_EQ(requests[1].header("Cookie"), std::nullopt);
+  EXPECT_EQ(requests[2].header("Cookie"), std::nullopt);
 }
 
 TEST_F(CurlHttpClientTest, SendsFromSeveralThreadsAtOnce) {
@@ -252,7 +226,7 @@ TEST_F(CurlHttpClientTest, DeliversTheDeclaredLengthOfALongerBody) {
 TEST_F(CurlHttpClientTest, TakesTheProxyFromTheEnvironment) {
   TestAuthorizationServer proxy(TestAuthorizationServer::Options{false});
   CurlHttpClient client;
-  ScopedEnvironment viaProxy{{"no_proxy", nullptr}, {"http_proxy", proxy.url("").c_str()}};
+  ScopedEnvironmentVariables viaProxy{{"no_proxy", nullptr}, {"http_proxy", proxy.url("").c_str()}};
   // The name is only handed to the proxy, never resolved here.
   HttpResult result = client.send(requestFor("http://proxied.invalid/path?q=1"));
   ASSERT_EQ(result.error, nullptr);
