@@ -16,6 +16,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "testing/TemporaryDirectory.h"
@@ -191,24 +192,29 @@ void bareFirstRequest(benchmark::State& state) {
   }
 }
 
-// Passes results on to the console and remembers each benchmark's time per
-// iteration (the median when repetitions are asked for).
+// Passes results on to the console and remembers each benchmark's real and
+// CPU time per iteration (the medians when repetitions are asked for).
 class TimeKeepingReporter final : public benchmark::ConsoleReporter {
  public:
+  struct Times {
+    double real = 0;
+    double cpu = 0;
+  };
+
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
       bool isMedian = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
       if (run.run_type == Run::RT_Iteration || isMedian) {
-        times_[run.run_name.function_name] = run.GetAdjustedRealTime();
+        times_[run.run_name.function_name] = {run.GetAdjustedRealTime(), run.GetAdjustedCPUTime()};
       }
     }
     ConsoleReporter::ReportRuns(runs);
   }
 
-  const std::map<std::string, double>& times() const { return times_; }
+  const std::map<std::string, Times>& times() const { return times_; }
 
  private:
-  std::map<std::string, double> times_;
+  std::map<std::string, Times> times_;
 };
 
 }  // namespace
@@ -218,9 +224,16 @@ int main(int argc, char** argv) {
   using velmor::setup;
   setup();
   // Loopback timings swing with whatever else the machine runs: compare
-  // medians of several runs taken side by side.
-  const auto add = [](const char* name, auto run, auto... args) {
-    return benchmark::RegisterBenchmark(name, run, args...)->Repetitions(3);
+  // medians of several runs (with --benchmark_enable_random_interleaving,
+  // taken in turns). Real time includes the server's work on the same
+  // machine; CPU time is this process's alone.
+  bool repetitionsGiven = false;
+  for (int i = 1; i < argc; ++i) {
+    repetitionsGiven |= std::string_view(argv[i]).starts_with("--benchmark_repetitions");
+  }
+  const auto add = [&](const char* name, auto run, auto... args) {
+    benchmark::internal::Benchmark* added = benchmark::RegisterBenchmark(name, run, args...);
+    return repetitionsGiven ? added : added->Repetitions(3);
   };
   add("keep-alive/velmor", velmor::oursOnKeptClient, false)->Unit(benchmark::kMicrosecond);
   add("keep-alive/libcurl", velmor::bareOnKeptHandle, false)->Unit(benchmark::kMicrosecond);
@@ -240,7 +253,8 @@ int main(int argc, char** argv) {
     auto ours = times.find(std::string(name) + "/velmor");
     auto bare = times.find(std::string(name) + "/libcurl");
     if (ours == times.end() || bare == times.end()) continue;
-    std::printf("%-15s velmor / libcurl = %.2f\n", name, ours->second / bare->second);
+    std::printf("%-15s velmor / libcurl: real %.2f, CPU %.2f\n", name,
+                ours->second.real / bare->second.real, ours->second.cpu / bare->second.cpu);
   }
   return 0;
 }
