@@ -1,0 +1,37 @@
+#include "platform/TrustStore.h"
+
+#include <openssl/err.h>
+#include <openssl/x509_vfy.h>
+
+#include <utility>
+
+namespace velmor {
+
+std::optional<TrustStore> TrustStore::load(const std::optional<std::string>& systemBundle,
+                                           const std::optional<std::string>& extraFile) {
+  X509_STORE* raw = X509_STORE_new();
+  if (raw == nullptr) return std::nullopt;
+  TrustStore store(raw);
+  if (systemBundle) X509_STORE_load_file(raw, systemBundle->c_str());
+  const bool extraLoaded = !extraFile || X509_STORE_load_file(raw, extraFile->c_str()) == 1;
+  // Failed loads leave entries in this thread's OpenSSL error queue, where
+  // the next TLS handshake on the thread would find and misreport them.
+  ERR_clear_error();
+  if (!extraLoaded) return std::nullopt;
+  return store;
+}
+
+TrustStore::TrustStore(TrustStore&& other) noexcept
+    : store_(std::exchange(other.store_, nullptr)) {}
+
+TrustStore& TrustStore::operator=(TrustStore&& other) noexcept {
+  if (this != &other) {
+    X509_STORE_free(store_);
+    store_ = std::exchange(other.store_, nullptr);
+  }
+  return *this;
+}
+
+TrustStore::~TrustStore() { X509_STORE_free(store_); }
+
+}  // namespace velmor
