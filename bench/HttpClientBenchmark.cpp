@@ -12,13 +12,13 @@
 
 #include <cstdio>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "TimeKeepingReporter.h"
 #include "testing/TemporaryDirectory.h"
 #include "testing/TestAuthorizationServer.h"
 #include "velmor/CurlHttpClient.h"
@@ -192,31 +192,6 @@ void bareFirstRequest(benchmark::State& state) {
   }
 }
 
-// Passes results on to the console and remembers each benchmark's real and
-// CPU time per iteration (the medians when repetitions are asked for).
-class TimeKeepingReporter final : public benchmark::ConsoleReporter {
- public:
-  struct Times {
-    double real = 0;
-    double cpu = 0;
-  };
-
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      bool isMedian = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-      if (run.run_type == Run::RT_Iteration || isMedian) {
-        times_[run.run_name.function_name] = {run.GetAdjustedRealTime(), run.GetAdjustedCPUTime()};
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-
-  const std::map<std::string, Times>& times() const { return times_; }
-
- private:
-  std::map<std::string, Times> times_;
-};
-
 }  // namespace
 }  // namespace velmor
 
@@ -248,13 +223,12 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
 
-  const auto& times = reporter.times();
   for (const char* name : {"keep-alive", "new-connection", "first-request"}) {
-    auto ours = times.find(std::string(name) + "/velmor");
-    auto bare = times.find(std::string(name) + "/libcurl");
-    if (ours == times.end() || bare == times.end()) continue;
-    std::printf("%-15s velmor / libcurl: real %.2f, CPU %.2f\n", name,
-                ours->second.real / bare->second.real, ours->second.cpu / bare->second.cpu);
+    auto ours = reporter.time(std::string(name) + "/velmor");
+    auto bare = reporter.time(std::string(name) + "/libcurl");
+    if (!ours || !bare) continue;
+    std::printf("ratio %-15s velmor / libcurl: real %.2f, CPU %.2f\n", name,
+                ours->real / bare->real, ours->cpu / bare->cpu);
   }
   return 0;
 }
