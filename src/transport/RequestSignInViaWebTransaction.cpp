@@ -50,6 +50,12 @@ std::string newState() {
   return state;
 }
 
+// An absent text stays absent, and so shows as "(null)".
+std::optional<std::string> escapedIfPresent(const std::optional<std::string>& text) {
+  if (!text) return std::nullopt;
+  return HttpUtility::escapeDataString(*text);
+}
+
 std::optional<std::string> parameter(const Dictionary& query, std::string_view name) {
   const std::string* value = query.findString(name);
   if (value == nullptr) return std::nullopt;
@@ -91,17 +97,13 @@ std::optional<HttpRequest> RequestSignInViaWebTransaction::generateRequest(const
 }
 
 std::string RequestSignInViaWebTransaction::signInQuery(const Url& baseUrl, const Url& redirectUrl,
-                                                        const std::string& state) {
+                                                        const std::string& state) const {
   // The page's own parameters stay in front of ours.
   const std::optional<std::string>& baseQuery = baseUrl.query();
   std::string query =
       isPresentAndNonEmpty(baseQuery) ? stringWithFormat(kBaseQueryPrefix, baseQuery) : "?";
-  const std::optional<std::string> clientId = secureData_->clientId();
-  query += stringWithFormat(
-      kSignInParameters,
-      clientId ? std::optional<std::string>(HttpUtility::escapeDataString(*clientId))
-               : std::nullopt,
-      HttpUtility::escapeDataString(redirectUrl.absoluteString()));
+  query += stringWithFormat(kSignInParameters, escapedIfPresent(secureData_->clientId()),
+                            HttpUtility::escapeDataString(redirectUrl.absoluteString()));
   if (scopes_) {
     std::string joined;
     for (const std::string& scope : *scopes_) joined += scope + " ";

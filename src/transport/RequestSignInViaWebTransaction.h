@@ -26,7 +26,8 @@ namespace velmor {
 // query (when non-empty) followed by "response_type=code&client_id=<id>&
 // redirect_uri=<redirect URL>", "&scope=<scopes>" when scopes are set,
 // "&state=<state>" and "&<key>=<value>" for each extra parameter in key
-// order; every value but the state is escaped with HttpUtility.
+// order; every value but the state is escaped with HttpUtility. Without a
+// client id the parameter reads "client_id=(null)".
 //
 // Holds the credential record shared with the client; reads its client id
 // and deletes the whole record when the redirect says the server does not
@@ -79,7 +80,8 @@ class RequestSignInViaWebTransaction final {
                           std::optional<Url>* redirectUrl, std::optional<std::string>* username);
 
  private:
-  std::string signInQuery(const Url& baseUrl, const Url& redirectUrl, const std::string& state);
+  std::string signInQuery(const Url& baseUrl, const Url& redirectUrl,
+                          const std::string& state) const;
 
   std::shared_ptr<SecureData> secureData_;
   std::optional<Scopes> scopes_;
