@@ -1,0 +1,160 @@
+#include "transport/RequestSignInViaWebTransaction.h"
+
+#include <cstddef>
+#include <cstdint>
+
+#include "storage/CryptoUtility.h"
+#include "support/Format.h"
+#include "support/Text.h"
+#include "transport/AuthorizationServerErrorParser.h"
+#include "transport/HttpUtility.h"
+#include "velmor/VelmorAuthorizationError.h"
+
+namespace velmor {
+namespace {
+
+constexpr char kBaseQueryPrefix[] = "?%@&";
+constexpr char kSignInParameters[] = "response_type=code&client_id=%@&redirect_uri=%@";
+constexpr char kScopeParameter[] = "&scope=%@";
+constexpr char kStateParameter[] = "&state=%@";
+constexpr char kExtraParameter[] = "&%@=%@";
+constexpr char kMissingResponseValueKey[] = "Missing response value";
+
+constexpr std::int64_t kInvalidOperation = 1;
+constexpr std::int64_t kMissingResponseValue = 3;
+constexpr std::int64_t kInvalidClient = 3;
+constexpr std::int64_t kUnauthorizedClient = 10;
+
+bool isPresentAndNonEmpty(const std::optional<std::string>& value) {
+  return value && !value->empty();
+}
+
+// A version-4 UUID from the secure random source, lower case, hyphenated.
+std::string newUuid() {
+  Data bytes = CryptoUtility::randomDataOfLength(16);
+  bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);
+  bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);
+  static constexpr char kHex[] = "0123456789abcdef";
+  std::string text;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    text += kHex[bytes[i] >> 4];
+    text += kHex[bytes[i] & 0x0F];
+  }
+  return text;
+}
+
+std::string newState() {
+  std::string state = newUuid();
+  std::erase(state, '-');
+  return state;
+}
+
+// An absent text stays absent, and so shows as "(null)".
+std::optional<std::string> escapedIfPresent(const std::optional<std::string>& text) {
+  if (!text) return std::nullopt;
+  return HttpUtility::escapeDataString(*text);
+}
+
+std::optional<std::string> parameter(const Dictionary& query, std::string_view name) {
+  const std::string* value = query.findString(name);
+  if (value == nullptr) return std::nullopt;
+  return *value;
+}
+
+std::string parameterText(const Value& value) {
+  const std::string* text = value.stringValue();
+  return text != nullptr ? *text : value.description();
+}
+
+ErrorRef missingResponseValueError(const char* name) {
+  return VelmorAuthorizationError::errorWithDomain(AuthorizationClientErrorDomain,
+                                                   kMissingResponseValue,
+                                                   Dictionary{{kMissingResponseValueKey, name}});
+}
+
+// The absolute text up to the first "?".
+std::optional<Url> withoutQuery(const Url& url) {
+  const std::string& text = url.absoluteString();
+  return Url::withString(std::string_view(text).substr(0, text.find('?')));
+}
+
+}  // namespace
+
+RequestSignInViaWebTransaction::RequestSignInViaWebTransaction(
+    std::shared_ptr<SecureData> secureData)
+    : secureData_(std::move(secureData)) {}
+
+std::optional<HttpRequest> RequestSignInViaWebTransaction::generateRequest(const Url& baseUrl,
+                                                                           const Url& redirectUrl) {
+  lastGeneratedState_ = newState();
+  std::optional<Url> signInUrl =
+      Url::withString(signInQuery(baseUrl, redirectUrl, *lastGeneratedState_), baseUrl);
+  if (!signInUrl) return std::nullopt;
+  HttpRequest request(std::move(*signInUrl));
+  request.headerFields = {{"Cache-Control", "no-cache, no-store"}, {"velmor_tid", newUuid()}};
+  return request;
+}
+
+std::string RequestSignInViaWebTransaction::signInQuery(const Url& baseUrl, const Url& redirectUrl,
+                                                        const std::string& state) const {
+  // The page's own parameters stay in front of ours.
+  const std::optional<std::string>& baseQuery = baseUrl.query();
+  std::string query =
+      isPresentAndNonEmpty(baseQuery) ? stringWithFormat(kBaseQueryPrefix, baseQuery) : "?";
+  query += stringWithFormat(kSignInParameters, escapedIfPresent(secureData_->clientId()),
+                            HttpUtility::escapeDataString(redirectUrl.absoluteString()));
+  if (scopes_) {
+    std::string joined;
+    for (const std::string& scope : *scopes_) joined += scope + " ";
+    query += stringWithFormat(
+        kScopeParameter, HttpUtility::escapeDataString(text::trimWhitespaceAndNewlines(joined)));
+  }
+  // Hex digits only: nothing to escape.
+  query += stringWithFormat(kStateParameter, state);
+  if (extraParameters_) {
+    for (const auto& [key, value] : *extraParameters_) {
+      query += stringWithFormat(kExtraParameter, HttpUtility::escapeDataString(key),
+                                HttpUtility::escapeDataString(parameterText(value)));
+    }
+  }
+  return query;
+}
+
+ErrorRef RequestSignInViaWebTransaction::handleResponse(
+    const Url& responseUrl, std::optional<std::string>* authorizationCode,
+    std::optional<Url>* redirectUrl, std::optional<std::string>* username) {
+  const Dictionary query = HttpUtility::parseQueryString(responseUrl.query().value_or(""));
+
+  const std::optional<std::string> serverError = parameter(query, "error");
+  if (isPresentAndNonEmpty(serverError)) {
+    const std::int64_t code = AuthorizationServerErrorParser::parse(serverError);
+    // The server no longer knows this client: its registration and
+    // everything obtained with it are worthless.
+    if (code == kInvalidClient || code == kUnauthorizedClient) secureData_->deleteAll();
+    return std::make_shared<VelmorAuthorizationError>(
+        serverError, parameter(query, "error_description"), parameter(query, "error_uri"),
+        parameter(query, "state"));
+  }
+
+  if (redirectUrl != nullptr) *redirectUrl = withoutQuery(responseUrl);
+  const std::optional<std::string> code = parameter(query, "code");
+  if (authorizationCode != nullptr) *authorizationCode = code;
+  if (!isPresentAndNonEmpty(code)) return missingResponseValueError("code");
+
+  const std::optional<std::string> state = parameter(query, "state");
+  if (!isPresentAndNonEmpty(state)) return missingResponseValueError("state");
+  // Before any request was built there is nothing to compare with, and the
+  // redirect is taken on trust.
+  if (lastGeneratedState_ && !text::equalsIgnoringCase(*state, *lastGeneratedState_)) {
+    return VelmorAuthorizationError::errorWithDomain(AuthorizationClientErrorDomain,
+                                                     kInvalidOperation, std::nullopt);
+  }
+
+  const std::optional<std::string> user = parameter(query, "x_username");
+  if (!isPresentAndNonEmpty(user)) return missingResponseValueError("x_username");
+  if (username != nullptr) *username = user;
+  return nullptr;
+}
+
+}  // namespace velmor
