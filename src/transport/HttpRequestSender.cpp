@@ -1,4 +1,5 @@
 #include "transport/HttpRequestSender.h"
+#include "platform/Uuid.h"
 
 #include <chrono>
 #include <string_view>
@@ -55,21 +56,6 @@ std::string acceptLanguage() {
   return language;
 }
 
-// A version-4 UUID, lower case, from the secure random source.
-std::string newTransactionId() {
-  Data bytes = CryptoUtility::randomDataOfLength(16);
-  bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);
-  bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);
-  static constexpr char kHex[] = "0123456789abcdef";
-  std::string text;
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
-    text += kHex[bytes[i] >> 4];
-    text += kHex[bytes[i] & 0x0F];
-  }
-  return text;
-}
-
 std::string headerText(const Value& value) {
   const std::string* text = value.stringValue();
   return text != nullptr ? *text : value.description();
@@ -118,7 +104,7 @@ std::optional<Data> HttpRequestSender::send(const std::string& requestName, cons
   setHeader(request.headerFields, "User-Agent", HttpUserAgent::text());
   setHeader(request.headerFields, "Accept-Language", acceptLanguage());
   setHeader(request.headerFields, "Cache-Control", "no-cache, no-store");
-  setHeader(request.headerFields, "velmor_tid", newTransactionId());
+  setHeader(request.headerFields, "velmor_tid", Uuid::randomLowercaseString());
   request.method = verb;
   request.body = body;
 

@@ -1,4 +1,5 @@
 #include "transport/RequestSignInViaWebTransaction.h"
+#include "platform/Uuid.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -29,23 +30,8 @@ bool isPresentAndNonEmpty(const std::optional<std::string>& value) {
   return value && !value->empty();
 }
 
-// A version-4 UUID from the secure random source, lower case, hyphenated.
-std::string newUuid() {
-  Data bytes = CryptoUtility::randomDataOfLength(16);
-  bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);
-  bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);
-  static constexpr char kHex[] = "0123456789abcdef";
-  std::string text;
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
-    text += kHex[bytes[i] >> 4];
-    text += kHex[bytes[i] & 0x0F];
-  }
-  return text;
-}
-
 std::string newState() {
-  std::string state = newUuid();
+  std::string state = Uuid::randomLowercaseString();
   std::erase(state, '-');
   return state;
 }
@@ -92,7 +78,8 @@ std::optional<HttpRequest> RequestSignInViaWebTransaction::generateRequest(const
       Url::withString(signInQuery(baseUrl, redirectUrl, *lastGeneratedState_), baseUrl);
   if (!signInUrl) return std::nullopt;
   HttpRequest request(std::move(*signInUrl));
-  request.headerFields = {{"Cache-Control", "no-cache, no-store"}, {"velmor_tid", newUuid()}};
+  request.headerFields = {{"Cache-Control", "no-cache, no-store"},
+                          {"velmor_tid", Uuid::randomLowercaseString()}};
   return request;
 }
 
