@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "platform/SystemIdentity.h"
-#include "storage/CryptoUtility.h"
 #include "support/Format.h"
 #include "support/Text.h"
 #include "transport/HttpUserAgent.h"

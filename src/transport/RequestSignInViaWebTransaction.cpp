@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "storage/CryptoUtility.h"
 #include "support/Format.h"
 #include "support/Text.h"
 #include "transport/AuthorizationServerErrorParser.h"
