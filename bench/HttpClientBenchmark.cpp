@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "BareCurlPost.h"
 #include "TimeKeepingReporter.h"
 #include "testing/TemporaryDirectory.h"
 #include "testing/TestAuthorizationServer.h"
@@ -127,58 +128,17 @@ void oursFirstRequest(benchmark::State& state) {
   }
 }
 
-// Bare libcurl, set up as a careful application would: HTTP/1.1, the CA
-// file and no CA directory (which would switch libcurl's CA cache off), no
-// "Expect:".
-class BareCurl final {
- public:
-  explicit BareCurl(bool closeConnection) : handle_(curl_easy_init()) {
-    for (const auto& [name, value] : kFields) {
-      fields_ = curl_slist_append(fields_, (name + ": " + value).c_str());
-    }
-    fields_ = curl_slist_append(fields_, "Expect:");
-    if (closeConnection) fields_ = curl_slist_append(fields_, "Connection: close");
-    url_ = setup().server.url(kTokenPath);
-    curl_easy_setopt(handle_, CURLOPT_URL, url_.c_str());
-    curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(handle_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    curl_easy_setopt(handle_, CURLOPT_CAINFO, setup().combinedBundle.c_str());
-    curl_easy_setopt(handle_, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
-    curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, fields_);
-    curl_easy_setopt(handle_, CURLOPT_POSTFIELDS, kBody.c_str());
-    curl_easy_setopt(handle_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(kBody.size()));
-    curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &BareCurl::append);
-    curl_easy_setopt(handle_, CURLOPT_WRITEDATA, &body_);
-  }
-  ~BareCurl() {
-    curl_easy_cleanup(handle_);
-    curl_slist_free_all(fields_);
-  }
-  BareCurl(const BareCurl&) = delete;
-  BareCurl& operator=(const BareCurl&) = delete;
-
-  bool post() {
-    body_.clear();
-    long status = 0;
-    return curl_easy_perform(handle_) == CURLE_OK &&
-           curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status) == CURLE_OK &&
-           status == 200 && body_ == kTokenResponse;
-  }
-
- private:
-  static std::size_t append(char* data, std::size_t size, std::size_t count, void* body) {
-    static_cast<std::string*>(body)->append(data, size * count);
-    return size * count;
-  }
-
-  CURL* handle_;
-  curl_slist* fields_ = nullptr;
-  std::string url_;
-  std::string body_;
-};
+// Bare libcurl posting the same fields and body as ours.
+BareCurlPost bareCurl(bool closeConnection) {
+  std::vector<std::string> fields;
+  for (const auto& [name, value] : kFields) fields.push_back(name + ": " + value);
+  if (closeConnection) fields.push_back("Connection: close");
+  return BareCurlPost(setup().server.url(kTokenPath), setup().combinedBundle, fields, kBody,
+                      kTokenResponse);
+}
 
 void bareOnKeptHandle(benchmark::State& state, bool closeConnection) {
-  BareCurl curl(closeConnection);
+  BareCurlPost curl = bareCurl(closeConnection);
   if (!curl.post()) state.SkipWithError("bare libcurl failed");
   for (auto _ : state) {
     if (!curl.post()) state.SkipWithError("bare libcurl failed");
@@ -187,7 +147,7 @@ void bareOnKeptHandle(benchmark::State& state, bool closeConnection) {
 
 void bareFirstRequest(benchmark::State& state) {
   for (auto _ : state) {
-    BareCurl curl(false);
+    BareCurlPost curl = bareCurl(false);
     if (!curl.post()) state.SkipWithError("bare libcurl failed");
   }
 }

@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "BareCurlPost.h"
 #include "TimeKeepingReporter.h"
 #include "storage/SecureData.h"
 #include "testing/ScopedSecretStore.h"
@@ -185,58 +186,14 @@ WireRequest wireRequest() {
   return capture->captured;
 }
 
-// Bare libcurl as a careful application sets it up: HTTP/1.1, one CA file
-// and no CA directory (which would turn libcurl's CA cache off), no
-// "Expect:".
-class BareCurl final {
- public:
-  explicit BareCurl(const WireRequest& request) : handle_(curl_easy_init()), body_(request.body) {
-    for (const std::string& field : request.fields) {
-      fields_ = curl_slist_append(fields_, field.c_str());
-    }
-    fields_ = curl_slist_append(fields_, "Expect:");
-    url_ = setup().server.url(kTokenPath);
-    curl_easy_setopt(handle_, CURLOPT_URL, url_.c_str());
-    curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(handle_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    curl_easy_setopt(handle_, CURLOPT_CAINFO, setup().combinedBundle.c_str());
-    curl_easy_setopt(handle_, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
-    curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, fields_);
-    curl_easy_setopt(handle_, CURLOPT_POSTFIELDS, body_.c_str());
-    curl_easy_setopt(handle_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.size()));
-    curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &BareCurl::append);
-    curl_easy_setopt(handle_, CURLOPT_WRITEDATA, &answer_);
-  }
-  ~BareCurl() {
-    curl_easy_cleanup(handle_);
-    curl_slist_free_all(fields_);
-  }
-  BareCurl(const BareCurl&) = delete;
-  BareCurl& operator=(const BareCurl&) = delete;
-
-  bool post() {
-    answer_.clear();
-    long status = 0;
-    return curl_easy_perform(handle_) == CURLE_OK &&
-           curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status) == CURLE_OK &&
-           status == 200 && answer_ == kTokenResponse;
-  }
-
- private:
-  static std::size_t append(char* data, std::size_t size, std::size_t count, void* answer) {
-    static_cast<std::string*>(answer)->append(data, size * count);
-    return size * count;
-  }
-
-  CURL* handle_;
-  curl_slist* fields_ = nullptr;
-  std::string url_;
-  std::string body_;
-  std::string answer_;
-};
+// Bare libcurl posting exactly the fields and body our sender produced.
+BareCurlPost bareCurl(const WireRequest& request) {
+  return BareCurlPost(setup().server.url(kTokenPath), setup().combinedBundle, request.fields,
+                      request.body, kTokenResponse);
+}
 
 void bareFollowingRequest(benchmark::State& state) {
-  BareCurl curl(wireRequest());
+  BareCurlPost curl = bareCurl(wireRequest());
   if (!curl.post()) state.SkipWithError("bare libcurl failed");
   for (auto _ : state) {
     if (!curl.post()) state.SkipWithError("bare libcurl failed");
@@ -246,7 +203,7 @@ void bareFollowingRequest(benchmark::State& state) {
 void bareFirstRequest(benchmark::State& state) {
   const WireRequest request = wireRequest();
   for (auto _ : state) {
-    BareCurl curl(request);
+    BareCurlPost curl = bareCurl(request);
     if (!curl.post()) state.SkipWithError("bare libcurl failed");
   }
 }
