@@ -156,6 +156,17 @@ class SecretServiceCall final {
     return error ? status(error) : kSecretStoreSuccess;
   }
 
+  // The items a write may change: none missing, none locked. A locked
+  // duplicate would keep the old bytes, so change none rather than some.
+  std::int32_t searchWritable(const std::string& service, const std::string& account,
+                              ItemListHandle* items) {
+    std::int32_t found = search(service, account, /*loadSecrets=*/false, items);
+    if (found != kSecretStoreSuccess) return found;
+    if (!*items) return kSecretStoreItemNotFound;
+    if (firstLocked(*items)) return kSecretStoreInteractionNotAllowed;
+    return kSecretStoreSuccess;
+  }
+
   std::int32_t status(const ErrorHandle& error) const { return statusFor(error, context_); }
   SecretServiceConnection& connection() { return connection_; }
 
@@ -231,11 +242,8 @@ std::int32_t SecretServiceStore::update(const std::string& service, const std::s
   if (!storable(service) || !storable(account)) return kSecretStoreParameterError;
   SecretServiceCall call(impl_->deadline());
   ItemListHandle items;
-  std::int32_t status = call.search(service, account, /*loadSecrets=*/false, &items);
+  std::int32_t status = call.searchWritable(service, account, &items);
   if (status != kSecretStoreSuccess) return status;
-  if (!items) return kSecretStoreItemNotFound;
-  // A locked duplicate would keep the old bytes; change none rather than some.
-  if (firstLocked(items)) return kSecretStoreInteractionNotAllowed;
 
   for (GList* node = items.get(); node; node = node->next) {
     auto* item = static_cast<SecretItem*>(node->data);
@@ -250,10 +258,8 @@ std::int32_t SecretServiceStore::remove(const std::string& service, const std::s
   if (!storable(service) || !storable(account)) return kSecretStoreParameterError;
   SecretServiceCall call(impl_->deadline());
   ItemListHandle items;
-  std::int32_t status = call.search(service, account, /*loadSecrets=*/false, &items);
+  std::int32_t status = call.searchWritable(service, account, &items);
   if (status != kSecretStoreSuccess) return status;
-  if (!items) return kSecretStoreItemNotFound;
-  if (firstLocked(items)) return kSecretStoreInteractionNotAllowed;
 
   for (GList* node = items.get(); node; node = node->next) {
     bool prompted = false;
