@@ -22,6 +22,43 @@ extern const char NetworkCommunicationErrorDomain[];
 // code (1 "access_denied" ... 12, -1 for others) or an HTTP status.
 extern const char AuthorizationServerErrorDomain[];
 
+// Codes in AuthorizationClientErrorDomain.
+enum AuthorizationClientErrorCode : std::int64_t {
+  kClientErrorUnknown = 0,
+  kClientErrorInvalidOperation = 1,
+  kClientErrorInsecureUrl = 2,
+  kClientErrorMissingResponseValue = 3,
+  kClientErrorNoWebSignInRequest = 4,  // has no description text
+};
+
+// Codes in NetworkCommunicationErrorDomain.
+enum NetworkCommunicationErrorCode : std::int64_t {
+  kNetworkErrorUnknown = 0,
+  kNetworkErrorMissingContentType = 2,
+  kNetworkErrorUnexpectedContentType = 3,
+  kNetworkErrorUnexpectedContentLength = 4,
+  kNetworkErrorContentLengthMismatch = 5,
+  kNetworkErrorUnexpectedContent = 6,
+};
+
+// OAuth error codes in AuthorizationServerErrorDomain (an HTTP status code
+// stands there instead for an error answer that is not JSON).
+enum AuthorizationServerErrorCode : std::int64_t {
+  kServerErrorOther = -1,
+  kServerErrorAccessDenied = 1,
+  kServerErrorInsufficientScope = 2,
+  kServerErrorInvalidClient = 3,
+  kServerErrorInvalidGrant = 4,
+  kServerErrorInvalidRequest = 5,
+  kServerErrorInvalidScope = 6,
+  kServerErrorInvalidToken = 7,
+  kServerErrorServerError = 8,
+  kServerErrorTemporarilyUnavailable = 9,
+  kServerErrorUnauthorizedClient = 10,
+  kServerErrorUnsupportedGrantType = 11,
+  kServerErrorUnauthorizedResponseType = 12,
+};
+
 // An Error with the server's details of a failed OAuth exchange and a fixed
 // English description for each library-made error. Made on the library's
 // queue threads and handed to completions on the application's queue; not

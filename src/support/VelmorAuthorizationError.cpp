@@ -43,7 +43,6 @@ constexpr CodeText kNetworkTexts[] = {
     {6, "Unexpected response content'"},
 };
 
-constexpr std::int64_t kInvalidGrant = 4;
 constexpr std::string_view kAccountLockoutReason = "account_lockout";
 
 template <std::size_t N>
@@ -180,7 +179,7 @@ VelmorAuthorizationError::VelmorAuthorizationError(std::optional<std::string> se
       authorizationServerError_(code()) {}
 
 bool VelmorAuthorizationError::isInvalidGrantError() const {
-  return authorizationServerError_ == kInvalidGrant;
+  return authorizationServerError_ == kServerErrorInvalidGrant;
 }
 
 bool VelmorAuthorizationError::isAccountLockoutError() const {

@@ -13,7 +13,6 @@ namespace {
 
 constexpr char kPath[] = "oauth2/v1/clients";
 constexpr char kBody[] = "x_app_token=%@&x_client_context=%@";
-constexpr std::int64_t kMissingResponseValue = 3;
 
 bool isPresentAndNonEmpty(const std::optional<std::string>& value) {
   return value && !value->empty();
@@ -51,8 +50,8 @@ ErrorRef ActivateClientTransaction::handleResponse(const std::shared_ptr<HttpUrl
   if (missing != nullptr) {
     Dictionary userInfo{{"MissingResponseValue", missing}};
     if (auto text = HttpUtility::stringFromUtf8Data(content)) userInfo.set("response_text", *text);
-    return VelmorAuthorizationError::errorWithDomain(AuthorizationClientErrorDomain,
-                                                     kMissingResponseValue, std::move(userInfo));
+    return VelmorAuthorizationError::errorWithDomain(
+        AuthorizationClientErrorDomain, kClientErrorMissingResponseValue, std::move(userInfo));
   }
   secureData()->setClientId(answer.clientId());
   secureData()->setClientSecret(answer.clientSecret());

@@ -15,13 +15,9 @@ namespace {
 
 constexpr char kWwwAuthenticateHeader[] = "WWW-Authenticate";
 
-constexpr std::int64_t kInvalidOperation = 1;
-constexpr std::int64_t kInsufficientScope = 2;
-constexpr std::int64_t kInvalidToken = 7;
-
 ErrorRef invalidOperationError() {
   return VelmorAuthorizationError::errorWithDomain(AuthorizationClientErrorDomain,
-                                                   kInvalidOperation, std::nullopt);
+                                                   kClientErrorInvalidOperation, std::nullopt);
 }
 
 }  // namespace
@@ -71,8 +67,9 @@ void ApplicationHttpTransaction::forgetAccessTokenRefusedWith(
     std::int64_t statusCode, std::int64_t authorizationServerError) {
   // An expired or under-scoped token is worth refreshing; every other
   // refusal says nothing about the token, so it is kept.
-  const bool expired = statusCode == 401 && authorizationServerError == kInvalidToken;
-  const bool underScoped = statusCode == 403 && authorizationServerError == kInsufficientScope;
+  const bool expired = statusCode == 401 && authorizationServerError == kServerErrorInvalidToken;
+  const bool underScoped =
+      statusCode == 403 && authorizationServerError == kServerErrorInsufficientScope;
   if (!expired && !underScoped) return;
   SecureData& record = *secureData();
   record.setAccessToken(std::nullopt);

@@ -3,6 +3,8 @@
 #include <iterator>
 #include <string_view>
 
+#include "velmor/VelmorAuthorizationError.h"
+
 namespace velmor {
 
 namespace {
@@ -17,16 +19,14 @@ constexpr std::string_view kErrorTexts[] = {
     "unauthorized_client", "unsupported_grant_type", "unauthorized_response_type",
 };
 
-constexpr std::int64_t kUnknownError = -1;
-
 }  // namespace
 
 std::int64_t AuthorizationServerErrorParser::parse(const std::optional<std::string>& error) {
-  if (!error) return kUnknownError;
+  if (!error) return kServerErrorOther;
   for (std::size_t i = 0; i < std::size(kErrorTexts); ++i) {
     if (kErrorTexts[i] == *error) return static_cast<std::int64_t>(i + 1);
   }
-  return kUnknownError;
+  return kServerErrorOther;
 }
 
 }  // namespace velmor

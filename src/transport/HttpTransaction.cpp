@@ -19,16 +19,6 @@ constexpr char kContentTypeHeader[] = "Content-Type";
 constexpr char kContentLengthHeader[] = "Content-Length";
 constexpr char kParseErrorDetailKey[] = "Parse error detail";
 
-constexpr std::int64_t kMissingContentType = 2;
-constexpr std::int64_t kUnexpectedContentType = 3;
-constexpr std::int64_t kUnexpectedContentLength = 4;
-constexpr std::int64_t kContentLengthMismatch = 5;
-constexpr std::int64_t kUnexpectedContent = 6;
-
-constexpr std::int64_t kInvalidClient = 3;
-constexpr std::int64_t kInvalidGrant = 4;
-constexpr std::int64_t kUnauthorizedClient = 10;
-
 ErrorRef networkError(std::int64_t code, std::optional<Dictionary> userInfo) {
   return VelmorAuthorizationError::errorWithDomain(NetworkCommunicationErrorDomain, code,
                                                    std::move(userInfo));
@@ -75,8 +65,9 @@ bool HttpTransaction::isContentTypeJsonUtf8(const std::optional<std::string>& co
 
 ErrorRef HttpTransaction::validateResponseContentTypeIsJsonUtf8(const Dictionary& headers) const {
   const std::optional<std::string> contentType = headerValue(headers, kContentTypeHeader);
-  if (!contentType) return networkError(kMissingContentType, headers);
-  if (!isContentTypeJsonUtf8(contentType)) return networkError(kUnexpectedContentType, headers);
+  if (!contentType) return networkError(kNetworkErrorMissingContentType, headers);
+  if (!isContentTypeJsonUtf8(contentType))
+    return networkError(kNetworkErrorUnexpectedContentType, headers);
   return nullptr;
 }
 
@@ -87,14 +78,14 @@ ErrorRef HttpTransaction::validateResponseContent(const Dictionary& headers,
   if (lengthText && !lengthText->empty()) {
     declaredLength = text::integerValue(*lengthText);
     // A declared empty body is refused even when the body is indeed empty.
-    if (*declaredLength == 0) return networkError(kUnexpectedContentLength, headers);
+    if (*declaredLength == 0) return networkError(kNetworkErrorUnexpectedContentLength, headers);
   }
   if (content && !content->empty()) {
     const auto actualLength = static_cast<std::int64_t>(content->size());
     if (!declaredLength || *declaredLength == actualLength) return nullptr;
-    return networkError(kContentLengthMismatch, headers);
+    return networkError(kNetworkErrorContentLengthMismatch, headers);
   }
-  return networkError(kUnexpectedContent, headers);
+  return networkError(kNetworkErrorUnexpectedContent, headers);
 }
 
 std::optional<Value> HttpTransaction::parseJsonData(const std::optional<Data>& content,
@@ -105,7 +96,7 @@ std::optional<Value> HttpTransaction::parseJsonData(const std::optional<Data>& c
   if (!parsed && error != nullptr) {
     Dictionary detail;
     if (parser.error()) detail.set(kParseErrorDetailKey, *parser.error());
-    *error = networkError(kUnexpectedContent, std::move(detail));
+    *error = networkError(kNetworkErrorUnexpectedContent, std::move(detail));
   }
   return parsed;
 }
@@ -175,12 +166,12 @@ std::optional<Dictionary> HttpTransaction::readJsonContent(const HttpUrlResponse
 
 void HttpTransaction::discardCredentialsRejectedBy(std::int64_t authorizationServerError) {
   switch (authorizationServerError) {
-    case kInvalidClient:
-    case kUnauthorizedClient:
+    case kServerErrorInvalidClient:
+    case kServerErrorUnauthorizedClient:
       // An unknown client: its registration is worthless, and so is all else.
       secureData_->deleteAll();
       break;
-    case kInvalidGrant:
+    case kServerErrorInvalidGrant:
       // The grant is gone but the client registration still stands.
       secureData_->deleteAccessToken();
       secureData_->deleteAccessTokenValidStartDateTime();

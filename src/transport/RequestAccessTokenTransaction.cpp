@@ -17,7 +17,6 @@ constexpr char kClientCredentialsGrant[] = "grant_type=client_credentials";
 constexpr char kScopeParameter[] = "&scope=%@";
 constexpr char kRealmParameter[] = "&x_realm_id=%@";
 constexpr char kNamespaceParameter[] = "&x_namespace_id=%@";
-constexpr std::int64_t kMissingResponseValue = 3;
 
 using Date = SecureData::Date;
 
@@ -105,7 +104,7 @@ ErrorRef RequestAccessTokenTransaction::validateRequestAccessTokenResponse(
 ErrorRef RequestAccessTokenTransaction::createMissingResponseValueError(
     std::string_view name, const RequestAccessTokenResponse& response) const {
   return VelmorAuthorizationError::errorWithDomain(
-      AuthorizationClientErrorDomain, kMissingResponseValue,
+      AuthorizationClientErrorDomain, kClientErrorMissingResponseValue,
       Dictionary{{"MissingResponseValue", name}, {"ResponseData", response.responseDictionary()}});
 }
 

@@ -20,11 +20,6 @@ constexpr char kStateParameter[] = "&state=%@";
 constexpr char kExtraParameter[] = "&%@=%@";
 constexpr char kMissingResponseValueKey[] = "Missing response value";
 
-constexpr std::int64_t kInvalidOperation = 1;
-constexpr std::int64_t kMissingResponseValue = 3;
-constexpr std::int64_t kInvalidClient = 3;
-constexpr std::int64_t kUnauthorizedClient = 10;
-
 bool isPresentAndNonEmpty(const std::optional<std::string>& value) {
   return value && !value->empty();
 }
@@ -54,7 +49,7 @@ std::string parameterText(const Value& value) {
 
 ErrorRef missingResponseValueError(const char* name) {
   return VelmorAuthorizationError::errorWithDomain(AuthorizationClientErrorDomain,
-                                                   kMissingResponseValue,
+                                                   kClientErrorMissingResponseValue,
                                                    Dictionary{{kMissingResponseValueKey, name}});
 }
 
@@ -117,7 +112,8 @@ ErrorRef RequestSignInViaWebTransaction::handleResponse(
     const std::int64_t code = AuthorizationServerErrorParser::parse(serverError);
     // The server no longer knows this client: its registration and
     // everything obtained with it are worthless.
-    if (code == kInvalidClient || code == kUnauthorizedClient) secureData_->deleteAll();
+    if (code == kServerErrorInvalidClient || code == kServerErrorUnauthorizedClient)
+      secureData_->deleteAll();
     return std::make_shared<VelmorAuthorizationError>(
         serverError, parameter(query, "error_description"), parameter(query, "error_uri"),
         parameter(query, "state"));
@@ -134,7 +130,7 @@ ErrorRef RequestSignInViaWebTransaction::handleResponse(
   // redirect is taken on trust.
   if (lastGeneratedState_ && !text::equalsIgnoringCase(*state, *lastGeneratedState_)) {
     return VelmorAuthorizationError::errorWithDomain(AuthorizationClientErrorDomain,
-                                                     kInvalidOperation, std::nullopt);
+                                                     kClientErrorInvalidOperation, std::nullopt);
   }
 
   const std::optional<std::string> user = parameter(query, "x_username");
