@@ -1,0 +1,264 @@
+// The object an application talks to: registration, sign-in, tokens, request
+// headers and sign-out for one authorization server.
+#ifndef VELMOR_VELMOR_AUTHORIZATION_CLIENT_H_
+#define VELMOR_VELMOR_AUTHORIZATION_CLIENT_H_
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "velmor/Data.h"
+#include "velmor/Error.h"
+#include "velmor/HttpClient.h"
+#include "velmor/HttpUrlResponse.h"
+#include "velmor/OperationQueue.h"
+#include "velmor/Url.h"
+#include "velmor/Value.h"
+
+namespace velmor {
+
+// Process-wide settings for tests and demonstrations, shared by every client
+// in the process and all zero at start. They may be read and written from
+// any thread; each access is atomic. The client's accessors of the same
+// names read and write these.
+//
+// Seconds every exchange waits before it is sent, to imitate a slow network.
+extern std::atomic<std::uint64_t> __simulatedNetworkDelayInterval;
+// When non-zero, the lifetime in seconds of every new access token, whatever
+// the server granted.
+extern std::atomic<std::uint64_t> __accessTokenExpirationOverride;
+// The same for every new refresh token.
+extern std::atomic<std::uint64_t> __refreshTokenExpirationOverride;
+// When set, every refresh first sends the client context, changed or not.
+extern std::atomic<bool> __alwaysSendClientContext;
+
+// Where a client stands; computed afresh from the stored record and the
+// clock on every call, never stored.
+enum AuthorizationState : std::int64_t {
+  // No client id and secret: call activate first.
+  AuthorizationStateActivationRequired = 1,
+  // Registered, but no valid token: sign in.
+  AuthorizationStateSignInRequired = 2,
+  // A valid access token is held.
+  AuthorizationStateAuthorized = 3,
+  // Only the refresh token is valid: refresh (checkAuthorization does).
+  AuthorizationStateRefreshRequired = 4,
+};
+
+class VelmorAuthorizationClient;
+
+// Told when the user's sign-in has lapsed. Called on the library's timer
+// thread (see VelmorAuthorizationClient); the default does nothing.
+class VelmorAuthorizationClientDelegate {
+ public:
+  virtual ~VelmorAuthorizationClientDelegate() = default;
+  virtual void velmorAuthorizationClientDidSignOut(VelmorAuthorizationClient& client);
+};
+
+// One client serves one authorization server base URL, one application token,
+// one encryption key and one identity slot. Everything that must survive a
+// restart (client id and secret, user name, tokens and their validity) lives
+// in one record encrypted with the application's key in the user's secret
+// store (SecretStore::defaultStore()); a new client object with the same
+// server host, token, key and slot finds it again.
+//
+// Every exchange with the server runs on the client's private serial queue.
+// The synchronous forms add their exchange and block the calling thread until
+// the queue has drained, so they must never be called from a completion
+// running on that queue. The asynchronous forms return at once and later run
+// the completion as a task on the queue the caller names — only when both a
+// queue and a completion are given; otherwise the result is dropped (the
+// stored record is still updated).
+//
+// Activation, password sign-in and code exchange refuse to start while the
+// private queue holds any exchange: client error 1 ("Invalid operation"),
+// and nothing is sent. Refresh and the checks wait their turn instead.
+// Sign-out cancels everything queued; cancelled exchanges never report, so a
+// synchronous call waiting behind them returns an empty result with no error.
+//
+// After every sign-in, code exchange and refresh the client arms a one-shot
+// timer for the moment its refresh token stops being valid. The timer fires
+// on the library's single timer thread; there, if no valid token is left,
+// the delegate is told the user is signed out. Call
+// applicationDidBecomeActive() when the application wakes (for example after
+// the machine slept) so that a moment that passed meanwhile is acted on at
+// once.
+//
+// Failures of exchanges and storage are returned as errors (the location or
+// the completion's argument), never thrown: "NSURLErrorDomain" errors for
+// transport failures, VelmorAuthorizationError for everything else.
+// Programming errors (a missing required argument, a blank user name, a scope
+// with whitespace) throw InvalidArgumentException or RangeException on the
+// calling thread before anything is queued.
+//
+// Every public member writes one line through the shared logger. Passwords,
+// authorization codes and redirect URLs appear in clear only when level 5
+// (sensitive) is loggable.
+//
+// The destructor waits for the exchanges already queued and stops the timer.
+class VelmorAuthorizationClient final {
+ public:
+  using Scopes = std::vector<std::string>;
+  using Queue = std::shared_ptr<OperationQueue>;
+  using ActivateCompletion = std::function<void(ErrorRef error)>;
+  using SignInCompletion = std::function<void(std::optional<std::string> username,
+                                              std::optional<Scopes> scopes, ErrorRef error)>;
+  using RefreshCompletion = std::function<void(std::optional<Scopes> scopes, ErrorRef error)>;
+  using CheckCompletion = std::function<void(AuthorizationState state,
+                                             std::optional<Dictionary> headers, ErrorRef error)>;
+  using SignOutCompletion = std::function<void(ErrorRef error)>;
+
+  // Slot 0. Throws InvalidArgumentException for a missing URL or token and
+  // RangeException for a blank token. A URL whose scheme is not https is
+  // reported to the error handler (client error 2) and accepted.
+  VelmorAuthorizationClient(std::optional<Url> authorizationServerBaseUrl,
+                            std::optional<std::string> appToken, std::optional<Data> encryptionKey);
+  // Slots keep several identities apart for the same server and token; a
+  // slot of 2^63 or more throws RangeException.
+  VelmorAuthorizationClient(std::optional<Url> authorizationServerBaseUrl,
+                            std::optional<std::string> appToken, std::optional<Data> encryptionKey,
+                            std::uint64_t authorizedIdentitySlot);
+  ~VelmorAuthorizationClient();
+
+  VelmorAuthorizationClient(const VelmorAuthorizationClient&) = delete;
+  VelmorAuthorizationClient& operator=(const VelmorAuthorizationClient&) = delete;
+
+  // A fresh key for a new installation. The application keeps it (the
+  // library does not) and passes it to every later construction.
+  static Data generateEncryptionKey();
+
+  // Not owned; must outlive the client or be reset to nullptr first.
+  VelmorAuthorizationClientDelegate* delegate() const;
+  void setDelegate(VelmorAuthorizationClientDelegate* delegate);
+
+  // Re-encrypts the stored record under `encryptionKey`.
+  void changeEncryptionKey(std::optional<Data> encryptionKey);
+  // Deletes the stored record: the client must activate again.
+  void deleteAllData();
+
+  AuthorizationState authorizationState();
+  // The stored user name of the last sign-in.
+  bool hasUsername();
+  std::optional<std::string> username();
+  // A field for the application's own use; the client never reads it.
+  void setUsername(std::optional<std::string> username);
+
+  // The process-wide settings above. The three setters throw RangeException
+  // for values of 2^63 or more.
+  std::uint64_t simulatedNetworkDelayInterval() const;
+  void setSimulatedNetworkDelayInterval(std::uint64_t seconds);
+  std::uint64_t accessTokenExpirationOverride() const;
+  void setAccessTokenExpirationOverride(std::uint64_t seconds);
+  std::uint64_t refreshTokenExpirationOverride() const;
+  void setRefreshTokenExpirationOverride(std::uint64_t seconds);
+  bool alwaysSendClientContext() const;
+  void setAlwaysSendClientContext(bool always);
+
+  // Length bounds (1 and 256, in UTF-16 units after trimming whitespace);
+  // the output locations must not be null.
+  static void usernameMinLength(std::uint64_t* minLength, std::uint64_t* maxLength);
+  static void passwordMinLength(std::uint64_t* minLength, std::uint64_t* maxLength);
+  static bool isUsernameValid(const std::optional<std::string>& username);
+  static bool isPasswordValid(const std::optional<std::string>& password);
+  // Characters an application may want to refuse in user names; the library
+  // itself does not.
+  static std::u16string internalUsernameExcludedCharacterSet();
+
+  // Fires the expiry timer at once when its moment has passed.
+  void applicationDidBecomeActive();
+
+  // Registers this installation with the server.
+  bool activate(ErrorRef* error);
+  void activateAsync(Queue queue, ActivateCompletion completion);
+
+  // Signs in with the client's own credentials; the stored user name is
+  // cleared on success. Returns the granted scopes (absent on failure).
+  std::optional<Scopes> signIn(ErrorRef* error);
+  void signInAsync(Queue queue, SignInCompletion completion);
+  // Signs a user in. The user name is trimmed and must not be blank; the
+  // password must be given (it may be empty). Scopes must not contain
+  // whitespace.
+  std::optional<Scopes> signInWithUsername(std::optional<std::string> username,
+                                           std::optional<std::string> password, ErrorRef* error);
+  void signInAsyncWithUsername(std::optional<std::string> username,
+                               std::optional<std::string> password, Queue queue,
+                               SignInCompletion completion);
+  std::optional<Scopes> signInWithUsername(std::optional<std::string> username,
+                                           std::optional<std::string> password,
+                                           std::optional<Scopes> scopes, ErrorRef* error);
+  void signInAsyncWithUsername(std::optional<std::string> username,
+                               std::optional<std::string> password, std::optional<Scopes> scopes,
+                               Queue queue, SignInCompletion completion);
+  std::optional<Scopes> signInWithUsername(std::optional<std::string> username,
+                                           std::optional<std::string> password,
+                                           std::optional<Scopes> scopes,
+                                           std::optional<std::string> realmId,
+                                           std::optional<std::string> namespaceId, ErrorRef* error);
+  void signInAsyncWithUsername(std::optional<std::string> username,
+                               std::optional<std::string> password, std::optional<Scopes> scopes,
+                               std::optional<std::string> realmId,
+                               std::optional<std::string> namespaceId, Queue queue,
+                               SignInCompletion completion);
+
+  // Exchanges the refresh token for a new access token; waits behind queued
+  // work instead of refusing.
+  std::optional<Scopes> refreshAccessToken(ErrorRef* error);
+  void refreshAccessTokenAsync(Queue queue, RefreshCompletion completion);
+  std::optional<Scopes> refreshAccessTokenWithScopes(std::optional<Scopes> scopes, ErrorRef* error);
+  void refreshAccessTokenAsyncWithScopes(std::optional<Scopes> scopes, Queue queue,
+                                         RefreshCompletion completion);
+  // The expiry timer's action: tells the delegate when the state is
+  // AuthorizationStateSignInRequired.
+  void refreshTokenExpired();
+
+  // The state, refreshing first when only the refresh token is valid. The
+  // headers are filled in states 3 and 4 (even when the refresh failed) and
+  // left alone otherwise.
+  AuthorizationState checkAuthorization(std::optional<Dictionary>* headers, ErrorRef* error);
+  void checkAuthorizationAsync(Queue queue, CheckCompletion completion);
+  // {"Authorization": "Bearer <access token>"}, built from the record as it
+  // stands ("Bearer (null)" without a token).
+  Dictionary webRequestAuthorizationHeaders();
+  // Whether a resource server's answer refused the token, and what it means.
+  bool hasAuthorizationFailureResponse(const std::shared_ptr<HttpUrlResponse>& response);
+  ErrorRef handleAuthorizationFailureResponse(const std::shared_ptr<HttpUrlResponse>& response);
+
+  // Cancels queued work, forgets the tokens and revokes them at the server.
+  // The tokens are gone even when the server cannot be reached.
+  bool signOut(ErrorRef* error);
+  void signOutAsync(Queue queue, SignOutCompletion completion);
+
+  // The request for the server's sign-in page, for the application's browser
+  // view; nothing, with client error 1, before activation. Replaces any
+  // earlier web sign-in in progress.
+  std::optional<HttpRequest> createWebSignInRequestWithBaseUrl(
+      std::optional<Url> baseUrl, std::optional<Url> redirectUrl, std::optional<Scopes> scopes,
+      std::optional<Dictionary> extraParameters, ErrorRef* error);
+  // Completes a web sign-in from the URL the browser was redirected to.
+  // `error` must not be null. Client error 4 when no request was built.
+  std::optional<Scopes> signInWithWebAuthorizationResponse(std::optional<Url> responseUrl,
+                                                           ErrorRef* error);
+  // `queue` must be given.
+  void signInAsyncWithWebAuthorizationResponse(std::optional<Url> responseUrl, Queue queue,
+                                               SignInCompletion completion);
+  // Exchanges an authorization code obtained by other means; the stored user
+  // name is cleared on success.
+  std::optional<Scopes> signInWithAuthorizationCode(std::optional<std::string> authorizationCode,
+                                                    std::optional<Url> redirectUrl,
+                                                    ErrorRef* error);
+  void signInAsyncWithAuthorizationCode(std::optional<std::string> authorizationCode,
+                                        std::optional<Url> redirectUrl, Queue queue,
+                                        SignInCompletion completion);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace velmor
+
+#endif  // VELMOR_VELMOR_AUTHORIZATION_CLIENT_H_
