@@ -277,5 +277,222 @@ TEST_F(ServedToolTest, ServeAnnouncesItselfAndStopsOnSigterm) {
   EXPECT_NE(stopped.err.find("velmor-auth serve: stopped\n"), std::string::npos);
 }
 
+TEST_F(ServedToolTest, PasswordSignInThroughEveryCommand) {
+  EXPECT_EQ(runJson(client({"activate"}), 0),
+            (Json{{"state", 2}, {"stateName", "signInRequired"}}));
+  const Json signedIn =
+      runJson(client({"sign-in", "--username", "alice", "--password-stdin"}), 0, "wonderland\n");
+  EXPECT_EQ(signedIn.at("state"), 3);
+  EXPECT_EQ(signedIn.at("stateName"), "authorized");
+  EXPECT_EQ(signedIn.at("username"), "alice");
+  EXPECT_EQ(signedIn.at("scopes"), Json::array({"profile", "email"}));
+  const std::regex utc(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)");
+  EXPECT_TRUE(
+      std::regex_match(signedIn.at("validUntil").at("accessToken").get<std::string>(), utc));
+  EXPECT_TRUE(
+      std::regex_match(signedIn.at("validUntil").at("refreshToken").get<std::string>(), utc));
+
+  const Json status = runJson(client({"status"}), 0);
+  EXPECT_EQ(status.at("username"), "alice");
+  EXPECT_EQ(status.at("validUntil"), signedIn.at("validUntil"));
+  // The status never shows a token.
+  const ToolRun statusText = run(client({"status"}));
+  EXPECT_EQ(
+      statusText.out.rfind("State: 3 (authorized)\nUser: alice\nAccess token valid until: ", 0), 0u)
+      << statusText.out;
+
+  const ToolRun headers = run(client({"headers"}));
+  EXPECT_EQ(headers.exitCode, 0);
+  EXPECT_TRUE(
+      std::regex_match(headers.out, std::regex("Authorization: Bearer [A-Za-z0-9_-]{43}\n")))
+      << headers.out;
+  EXPECT_EQ(runJson(client({"headers"}), 0).at("headers").at("Authorization"),
+            headers.out.substr(15, headers.out.size() - 16));
+
+  const ToolRun call = run(client({"call", baseUrl_ + "api/v1/me"}));
+  EXPECT_EQ(call.exitCode, 0) << call.err;
+  EXPECT_EQ(Json::parse(call.out).at("username"), "alice");
+
+  const Json refreshed = runJson(client({"refresh", "--scope", "email"}), 0);
+  EXPECT_EQ(refreshed.at("scopes"), Json::array({"email"}));
+  EXPECT_EQ(runJson(client({"sign-out"}), 0),
+            (Json{{"state", 2}, {"stateName", "signInRequired"}}));
+  EXPECT_EQ(runJson(client({"headers"}), 1).at("error"),
+            (Json{{"domain", "com.velmor.authorization.tool"},
+                  {"code", 1},
+                  {"description", "Not signed in: the state is 2 (signInRequired)"}}));
+  EXPECT_EQ(runJson(client({"delete"}), 0),
+            (Json{{"state", 1}, {"stateName", "activationRequired"}}));
+}
+
+TEST_F(ServedToolTest, ClientCredentialsSignInHasNoUser) {
+  runJson(client({"activate"}), 0);
+  const Json signedIn = runJson(client({"sign-in"}), 0);
+  EXPECT_EQ(signedIn.at("username"), nullptr);
+  EXPECT_EQ(signedIn.at("validUntil").at("refreshToken"), nullptr);
+  const Json call = runJson(client({"call", baseUrl_ + "api/v1/me"}), 0);
+  EXPECT_EQ(call.at("httpStatus"), 200);
+  EXPECT_EQ(Json::parse(call.at("body").get<std::string>()).at("username"), nullptr);
+}
+
+TEST_F(ServedToolTest, ARefusedTokenIsExplainedByTheLibrary) {
+  runJson(client({"activate"}), 0);
+  runJson(client({"sign-in", "--username", "alice", "--password-stdin", "--scope", "email"}), 0,
+          "wonderland\n");
+  const Json call = runJson(client({"call", baseUrl_ + "api/v1/me"}), 1);
+  EXPECT_EQ(call.at("httpStatus"), 403);
+  EXPECT_EQ(call.at("error"),
+            (Json{{"domain", "com.velmor.authorization.server"},
+                  {"code", 2},
+                  {"description",
+                   "Server error: 'insufficient_scope', Description: 'The access token lacks the "
+                   "scope profile'"}}));
+  // The library forgot the refused access token; the refresh token stays.
+  EXPECT_EQ(call.at("state"), 4);
+}
+
+TEST_F(ServedToolTest, WrongPasswordsEndInTheLockoutText) {
+  runJson(client({"activate"}), 0);
+  const Words bob = client({"sign-in", "--username", "bob", "--password-stdin"});
+  const Json wrong = runJson(bob, 1, "nope\n");
+  EXPECT_EQ(wrong.at("error"),
+            (Json{{"domain", "com.velmor.authorization.server"},
+                  {"code", 4},
+                  {"description",
+                   "Your User ID or password was entered incorrectly. Please try again."}}));
+  runJson(bob, 1, "nope\n");
+  // The server locks for 900 s; the library words anything under an hour
+  // as "1 minute".
+  const std::string lockout =
+      "velmor-auth: This account has been temporarily locked out. Please try again in 1 "
+      "minute. (com.velmor.authorization.server, code 4)\n";
+  const ToolRun locked = run(bob, "nope\n");
+  EXPECT_EQ(locked.exitCode, 1);
+  EXPECT_EQ(locked.err, lockout);
+  // The right password does not help while the lock lasts.
+  EXPECT_EQ(run(bob, "builder\n").err, lockout);
+}
+
+// Plays the browser: loads the page, submits the form the way the page
+// would, and follows the redirect when `follow`.
+class ScriptedBrowser final {
+ public:
+  explicit ScriptedBrowser(const std::string& caFile)
+      : http_(CurlHttpClientOptions{60s, caFile, 1024 * 1024}) {}
+
+  // The redirect's Location after submitting `extra` with the page's
+  // parameters (those of `signInUrl`'s query, as the hidden fields carry).
+  std::string submit(const std::string& signInUrl, const std::string& extra) {
+    const HttpResult page = http_.send(HttpRequest(*Url::withString(signInUrl)));
+    EXPECT_EQ(page.response ? page.response->statusCode() : 0, 200);
+    HttpRequest form(*Url::withString(signInUrl));
+    form.method = "POST";
+    form.headerFields = {{"Content-Type", "application/x-www-form-urlencoded"}};
+    const std::string body = *form.url.query() + "&" + extra;
+    form.body = Data(body.begin(), body.end());
+    const HttpResult posted = http_.send(form);
+    EXPECT_EQ(posted.response ? posted.response->statusCode() : 0, 302);
+    return posted.response ? posted.response->valueForHTTPHeaderField("Location").value_or("") : "";
+  }
+  std::string get(const std::string& url) {
+    const HttpResult result = http_.send(HttpRequest(*Url::withString(url)));
+    return result.body ? std::string(result.body->begin(), result.body->end()) : "";
+  }
+
+ private:
+  CurlHttpClient http_;
+};
+
+bool isSignInUrl(const std::string& line) { return line.rfind("https://", 0) == 0; }
+
+TEST_F(ServedToolTest, WebSignInCompletesWhenTheBrowserComesBack) {
+  runJson(client({"activate"}), 0);
+  ToolProcess signIn(client({"web-sign-in", "--no-browser", "--scope", "profile"}), environment_);
+  const std::optional<std::string> url = signIn.readLine(isSignInUrl, 60s);
+  ASSERT_TRUE(url);
+  EXPECT_EQ(url->rfind(baseUrl_ + "oauth2/v1/authorize?response_type=code&client_id=", 0), 0u);
+
+  ScriptedBrowser browser(caFile_);
+  const std::string location =
+      browser.submit(*url, "username=alice&password=wonderland&action=sign-in");
+  ASSERT_EQ(location.rfind("http://127.0.0.1:", 0), 0u) << location;
+  EXPECT_NE(browser.get(location).find("<h1>Signed in</h1>"), std::string::npos);
+
+  const ToolRun result = signIn.finish();
+  EXPECT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_NE(result.out.find("\nSigned in as alice.\nScopes: profile\nState: 3 (authorized)\n"),
+            std::string::npos)
+      << result.out;
+}
+
+TEST_F(ServedToolTest, WebSignInReportsACancelAndATimeout) {
+  runJson(client({"activate"}), 0);
+  const ToolRun timedOut = run(client({"web-sign-in", "--no-browser", "--timeout", "1", "--json"}));
+  EXPECT_EQ(timedOut.exitCode, 1);
+  EXPECT_EQ(Json::parse(timedOut.out).at("error"),
+            (Json{{"domain", "com.velmor.authorization.tool"},
+                  {"code", 7},
+                  {"description", "No redirect came back from the browser within 1 s"}}));
+
+  ToolProcess signIn(client({"web-sign-in", "--no-browser"}), environment_);
+  const std::optional<std::string> url = signIn.readLine(isSignInUrl, 60s);
+  ASSERT_TRUE(url);
+  ScriptedBrowser browser(caFile_);
+  const std::string location = browser.submit(*url, "action=cancel");
+  EXPECT_NE(browser.get(location).find("<h1>Sign-in failed</h1>"), std::string::npos);
+  const ToolRun result = signIn.finish();
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.err,
+            "velmor-auth: Server error: 'access_denied' (com.velmor.authorization.server, code "
+            "1)\n");
+}
+
+TEST_F(ServedToolTest, CodeExchangeWithACodeObtainedElsewhere) {
+  runJson(client({"activate"}), 0);
+  // The tool's own sign-in URL names the client; the code is then asked
+  // for with another redirect URL, as another program would.
+  std::string url;
+  {
+    ToolProcess signIn(client({"web-sign-in", "--no-browser"}), environment_);
+    url = signIn.readLine(isSignInUrl, 60s).value_or("");
+  }
+  ASSERT_FALSE(url.empty());
+  const std::string redirect = "http://127.0.0.1:9/elsewhere";
+  url = std::regex_replace(url, std::regex("redirect_uri=[^&]*"),
+                           "redirect_uri=" + devserver::FormCodec::encode(redirect));
+  ScriptedBrowser browser(caFile_);
+  const std::string location =
+      browser.submit(url, "username=alice&password=wonderland&action=sign-in");
+  std::smatch code;
+  ASSERT_TRUE(std::regex_search(location, code, std::regex("code=([^&]+)"))) << location;
+
+  const Words exchange = client({"code-exchange", "--code", code[1], "--redirect-url", redirect});
+  const Json signedIn = runJson(exchange, 0);
+  EXPECT_EQ(signedIn.at("state"), 3);
+  EXPECT_EQ(signedIn.at("username"), nullptr);
+  EXPECT_EQ(runJson(exchange, 1).at("error").at("code"), 4);
+}
+
+TEST_F(ToolTest, LogLevelShowsTheLibrarysLinesOnStandardError) {
+  const ToolRun quiet = run({"--server", "https://127.0.0.1:9/", "status"});
+  EXPECT_EQ(quiet.err, "");
+  const ToolRun logged = run({"--server", "https://127.0.0.1:9/", "status", "--log-level", "3"});
+  EXPECT_EQ(logged.exitCode, 0);
+  EXPECT_NE(logged.err.find("velmor-auth: log: INFO\t"), std::string::npos) << logged.err;
+}
+
+TEST_F(ToolTest, DemoWalksThroughEveryStep) {
+  const Json demo = runJson({"demo"}, 0);
+  ASSERT_EQ(demo.at("steps").size(), 12u) << demo.dump(2);
+  for (const Json& step : demo.at("steps")) {
+    SCOPED_TRACE(step.dump());
+    EXPECT_EQ(step.at("ok"), true);
+  }
+  EXPECT_EQ(demo.at("failed"), 0);
+  EXPECT_EQ(demo.at("steps").at(8).at("detail"),
+            "This account has been temporarily locked out. Please try again in 1 hour and 30 "
+            "minutes.");
+}
+
 }  // namespace
 }  // namespace velmor::test

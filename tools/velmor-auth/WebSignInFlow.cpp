@@ -32,9 +32,8 @@ WebSignInFlow::Outcome WebSignInFlow::run(const OpenUrl& openUrl) {
   std::thread opener(openUrl, request->url.absoluteString());
   const std::optional<std::string> redirect = listener->waitForRedirect(timeout_);
   if (!redirect) {
-    outcome.error =
-        toolError(kToolErrorTimedOut, "The browser did not come back within " +
-                                          std::to_string(timeout_.count()) + " seconds");
+    outcome.error = toolError(kToolErrorTimedOut, "No redirect came back from the browser within " +
+                                                      std::to_string(timeout_.count()) + " s");
     listener->complete(false, "velmor-auth stopped waiting.");
   } else if (const std::optional<Url> responseUrl = Url::withString(*redirect)) {
     outcome.scopes = client_.signInWithWebAuthorizationResponse(responseUrl, &outcome.error);
