@@ -8,6 +8,7 @@
 #include "KeyFile.h"
 #include "OptionNames.h"
 #include "ToolError.h"
+#include "devserver/ServiceSettings.h"
 #include "storage/SecureData.h"
 #include "velmor/Exception.h"
 
@@ -76,7 +77,7 @@ std::unique_ptr<ClientSession> ClientSession::open(const Invocation& invocation,
     return nullptr;
   }
   std::string appToken = fromOptionOrEnvironment(invocation, option::kAppToken, "VELMOR_APP_TOKEN")
-                             .value_or(kDefaultAppToken);
+                             .value_or(devserver::ServiceSettings::kDefaultAppToken);
   return std::unique_ptr<ClientSession>(
       new ClientSession(std::move(*serverUrl), std::move(appToken), std::move(*key), slot));
 }

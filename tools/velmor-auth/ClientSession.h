@@ -23,9 +23,6 @@ class ClientSession final {
  public:
   using Date = std::chrono::system_clock::time_point;
 
-  // The default application token: the one the development server knows.
-  static constexpr char kDefaultAppToken[] = "velmor-dev-app";
-
   // A session, or nullptr after reporting why (exit status in `status`).
   static std::unique_ptr<ClientSession> open(const Invocation& invocation, OutputPrinter& out,
                                              int* status);

@@ -290,7 +290,7 @@ int runDemo(CommandContext& context) {
   DemoScript script(out);
   {
     VelmorAuthorizationClient client(Url::withString(server->baseUrl()),
-                                     std::string("velmor-dev-app"),
+                                     std::string(devserver::ServiceSettings::kDefaultAppToken),
                                      VelmorAuthorizationClient::generateEncryptionKey());
     DemoSteps(client, server->baseUrl()).runAll(script);
   }
