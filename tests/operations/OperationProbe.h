@@ -10,7 +10,6 @@
 #include "operations/RefreshAccessTokenOperation.h"
 #include "operations/RequestAccessTokenOperation.h"
 #include "operations/RevokeOperation.h"
-#include "velmor/Error.h"
 
 namespace velmor::test {
 
@@ -23,24 +22,18 @@ struct OperationProbe {
   ErrorRef error;
 
   void watch(ActivateClientOperation& operation) {
-    operation.setActivateCompletionBlock([this](ErrorRef e) { record(std::move(e)); });
+    operation.setActivateCompletionBlock([this](ErrorRef e) { record(nullptr, nullptr, e); });
   }
   void watch(RevokeOperation& operation) {
-    operation.setSignOutCompletionBlock([this](ErrorRef e) { record(std::move(e)); });
+    operation.setSignOutCompletionBlock([this](ErrorRef e) { record(nullptr, nullptr, e); });
   }
   // The password and the authorization-code sign-in.
   void watch(RequestAccessTokenOperation& operation) {
-    operation.setSignInCompletionBlock([this](auto u, auto s, ErrorRef e) {
-      username = std::move(u);
-      scopes = std::move(s);
-      record(std::move(e));
-    });
+    operation.setSignInCompletionBlock([this](auto u, auto s, ErrorRef e) { record(&u, &s, e); });
   }
   void watch(RefreshAccessTokenOperation& operation) {
-    operation.setRefreshAccessTokenCompletionBlock([this](auto s, ErrorRef e) {
-      scopes = std::move(s);
-      record(std::move(e));
-    });
+    operation.setRefreshAccessTokenCompletionBlock(
+        [this](auto s, ErrorRef e) { record(nullptr, &s, e); });
   }
 
   // "none", or the domain and code: "NSURLErrorDomain -1004".
@@ -49,8 +42,10 @@ struct OperationProbe {
   }
 
  private:
-  void record(ErrorRef e) {
+  void record(std::optional<std::string>* u, std::optional<Scopes>* s, ErrorRef e) {
     ++calls;
+    if (u != nullptr) username = *u;
+    if (s != nullptr) scopes = *s;
     error = std::move(e);
   }
 };
