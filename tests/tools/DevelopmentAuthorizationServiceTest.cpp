@@ -215,19 +215,6 @@ TEST_F(DevelopmentAuthorizationServiceTest, LockoutAnswersTheReasonAndTheSeconds
   EXPECT_EQ(token("grant_type=password&username=bob&password=builder").status, 200);
 }
 
-TEST_F(DevelopmentAuthorizationServiceTest, RefreshGrantRotates) {
-  const Json first = tokenJson("grant_type=password&username=alice&password=wonderland");
-  const std::string oldRefresh = first.at("refresh_token");
-  const Json second = tokenJson("grant_type=refresh_token&refresh_token=" + oldRefresh);
-  EXPECT_NE(second.at("refresh_token"), oldRefresh);
-  EXPECT_EQ(second.at("x_refresh_token_expires_in"), 1209600);
-  EXPECT_EQ(second.at("scope"), "profile email");
-
-  const ServiceReply replay = token("grant_type=refresh_token&refresh_token=" + oldRefresh);
-  EXPECT_EQ(replay.status, 400);
-  EXPECT_EQ(Json::parse(replay.body).at("error"), "invalid_grant");
-}
-
 TEST_F(DevelopmentAuthorizationServiceTest, RevocationEndsTheTokens) {
   const Json issued = tokenJson("grant_type=password&username=alice&password=wonderland");
   const std::string bearer = "Bearer " + issued.at("access_token").get<std::string>();
