@@ -77,7 +77,8 @@ class OperationQueue final {
   void cancelAllOperations();
 
   // Blocks until every operation added so far, and every one added while
-  // waiting, has finished. Calling it from an operation of the same queue
+  // waiting, has finished. Calling it from an operation of the same queue,
+  // or on a post-function queue from the thread that must run its tasks,
   // never returns.
   void waitUntilAllOperationsAreFinished();
 

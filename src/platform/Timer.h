@@ -23,7 +23,8 @@ namespace velmor {
 // even when both try at the same moment. The action is released once it has
 // run or the timer was invalidated, so what it captured does not live on
 // with the timer. An exception escaping an action on the timer thread is
-// logged at the error level and otherwise ignored.
+// logged at the error level and otherwise ignored; one escaping an action
+// run by `fire` reaches fire's caller.
 //
 // All members may be called from any thread, including from within the
 // action. After `invalidate` returns, the action is not started again; an
