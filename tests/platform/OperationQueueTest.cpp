@@ -68,6 +68,8 @@ TEST(OperationQueueTest, StartsInAddOrderAndRunsUpToTheMaximumAtOnce) {
     OperationQueue queue;
     queue.setMaxConcurrentOperationCount(maximum);
     ConcurrencyProbe probe(maximum);
+    WaitableCounter entered;
+    WaitableCounter allAdded;
     std::mutex orderMutex;
     std::vector<int> order;
     for (int i = 0; i < 30; ++i) {
@@ -77,10 +79,16 @@ TEST(OperationQueueTest, StartsInAddOrderAndRunsUpToTheMaximumAtOnce) {
           std::lock_guard<std::mutex> lock(orderMutex);
           order.push_back(i);
         }
+        entered.increment();
+        // Holds the first ones until the queue is full and running, so that
+        // a queue ignoring its maximum would have started more of them.
+        allAdded.waitFor(1);
         probe.waitForTarget();
         probe.leave();
       });
     }
+    ASSERT_TRUE(entered.waitFor(maximum));
+    allAdded.increment();
     queue.waitUntilAllOperationsAreFinished();
     EXPECT_EQ(probe.most(), maximum);
     if (maximum == 1) {

@@ -141,17 +141,28 @@ TEST(TimerTest, FireRacingTheTimerThreadRunsTheActionOnce) {
   std::vector<std::unique_ptr<ActionRecord>> records;
   for (int round = 0; round < kRounds; ++round) {
     records.push_back(std::make_unique<ActionRecord>());
-    const auto timer = Timer::scheduledTimerWithTimeInterval(0, records.back()->action());
-    WaitableCounter go;
-    std::vector<std::thread> firing;
+    // An action that takes a moment widens the window a second run needs.
+    const auto timer =
+        Timer::scheduledTimerWithTimeInterval(3600, [record = records.back().get()](Timer& spent) {
+          for (int i = 0; i < 100; ++i) std::this_thread::yield();
+          record->action()(spent);
+        });
+    // Three threads fire it while a fourth makes it due to the timer thread,
+    // all let go at once.
+    std::atomic<bool> go{false};
+    std::vector<std::thread> racers;
     for (int t = 0; t < 4; ++t) {
-      firing.emplace_back([&] {
-        go.waitFor(1);
-        timer->fire();
+      racers.emplace_back([&, t] {
+        while (!go) std::this_thread::yield();
+        if (t == 0) {
+          timer->setFireDate(Timer::Clock::now());
+        } else {
+          timer->fire();
+        }
       });
     }
-    go.increment();
-    for (std::thread& thread : firing) thread.join();
+    go = true;
+    for (std::thread& racer : racers) racer.join();
   }
   waitForTimerThreadToCatchUp();
   for (int round = 0; round < kRounds; ++round) {
