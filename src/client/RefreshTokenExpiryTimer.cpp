@@ -97,12 +97,6 @@ void RefreshTokenExpiryTimer::stop() {
   gate_->close();
 }
 
-std::optional<Timer::TimePoint> RefreshTokenExpiryTimer::fireDate() const {
-  const std::shared_ptr<Timer> timer = currentTimer();
-  if (!timer || !timer->isValid()) return std::nullopt;
-  return timer->fireDate();
-}
-
 std::shared_ptr<Timer> RefreshTokenExpiryTimer::currentTimer() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return timer_;

@@ -5,7 +5,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
 
 #include "platform/Timer.h"
 
@@ -46,9 +45,6 @@ class RefreshTokenExpiryTimer final {
 
   // Invalidates the timer and makes sure the action never starts again.
   void stop();
-
-  // The fire date of the timer held while it is valid.
-  std::optional<Timer::TimePoint> fireDate() const;
 
  private:
   class Gate;

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <memory>
 #include <optional>
-#include <string>
 
 #include "testing/ScopedSecretStore.h"
 #include "velmor/MemorySecretStore.h"
@@ -12,40 +12,45 @@
 namespace velmor {
 namespace {
 
-using Date = SecureData::Date;
 using std::chrono::seconds;
 
 // Whole seconds, as the record stores them.
-const Date kNow{seconds(1700000000)};
+const SecureData::Date kNow{seconds(1700000000)};
+constexpr int kNone = INT_MIN;  // a date the record does not hold
 
-struct TokenPeriod {
-  std::optional<seconds> start;
-  std::optional<seconds> end;
+// A token's validity, in seconds from now.
+struct Period {
+  int start;
+  int end;
 };
 
 struct RecordCase {
   const char* name;
-  bool clientId;
-  bool clientSecret;
-  std::optional<TokenPeriod> access;   // absent: no access token
-  std::optional<TokenPeriod> refresh;  // absent: no refresh token
+  bool clientId, clientSecret;
+  std::optional<Period> access, refresh;  // absent: no such token
   AuthorizationState expected;
 };
 
 class CredentialValidityTest : public ::testing::Test {
  protected:
+  using Setter = void (SecureData::*)(std::optional<SecureData::Date>);
+
+  void setDate(Setter setter, int offset) {
+    if (offset != kNone) (record_.*setter)(kNow + seconds(offset));
+  }
+
   void fill(const RecordCase& c) {
     if (c.clientId) record_.setClientId("cid");
     if (c.clientSecret) record_.setClientSecret("secret");
     if (c.access) {
       record_.setAccessToken("access");
-      if (c.access->start) record_.setAccessTokenValidStartDateTime(kNow + *c.access->start);
-      if (c.access->end) record_.setAccessTokenValidEndDateTime(kNow + *c.access->end);
+      setDate(&SecureData::setAccessTokenValidStartDateTime, c.access->start);
+      setDate(&SecureData::setAccessTokenValidEndDateTime, c.access->end);
     }
     if (c.refresh) {
       record_.setRefreshToken("refresh");
-      if (c.refresh->start) record_.setRefreshTokenValidStartDateTime(kNow + *c.refresh->start);
-      if (c.refresh->end) record_.setRefreshTokenValidEndDateTime(kNow + *c.refresh->end);
+      setDate(&SecureData::setRefreshTokenValidStartDateTime, c.refresh->start);
+      setDate(&SecureData::setRefreshTokenValidEndDateTime, c.refresh->end);
     }
   }
 
@@ -54,39 +59,29 @@ class CredentialValidityTest : public ::testing::Test {
 };
 
 TEST_F(CredentialValidityTest, StateFollowsTheRecordAndTheClock) {
-  const TokenPeriod day{seconds(-10), seconds(86400)};
+  const Period day{-10, 86400};
+  const std::nullopt_t none = std::nullopt;
   const RecordCase cases[] = {
-      {"empty record", false, false, std::nullopt, std::nullopt,
-       AuthorizationStateActivationRequired},
-      {"client id without secret, valid tokens", true, false, day, day,
-       AuthorizationStateActivationRequired},
-      {"secret without client id", false, true, day, day, AuthorizationStateActivationRequired},
-      {"registered, no tokens", true, true, std::nullopt, std::nullopt,
+      {"empty record", false, false, none, none, AuthorizationStateActivationRequired},
+      {"client id without secret", true, false, day, day, AuthorizationStateActivationRequired},
+      {"registered, no tokens", true, true, none, none, AuthorizationStateSignInRequired},
+      {"access ends in 31 s", true, true, Period{-10, 31}, none, AuthorizationStateAuthorized},
+      {"access ends in 30 s", true, true, Period{-10, 30}, none, AuthorizationStateAuthorized},
+      {"access ends in 29 s", true, true, Period{-10, 29}, day, AuthorizationStateRefreshRequired},
+      {"access ends in 20 s, no refresh", true, true, Period{-10, 20}, none,
        AuthorizationStateSignInRequired},
-      {"access token ends in 31 s", true, true, TokenPeriod{seconds(-10), seconds(31)},
-       std::nullopt, AuthorizationStateAuthorized},
-      {"access token ends in exactly 30 s", true, true, TokenPeriod{seconds(-10), seconds(30)},
-       std::nullopt, AuthorizationStateAuthorized},
-      {"access token ends in 29 s, refresh valid", true, true,
-       TokenPeriod{seconds(-10), seconds(29)}, day, AuthorizationStateRefreshRequired},
-      {"access token ends in 20 s, no refresh token", true, true,
-       TokenPeriod{seconds(-10), seconds(20)}, std::nullopt, AuthorizationStateSignInRequired},
-      {"access token not yet valid", true, true, TokenPeriod{seconds(1), seconds(3600)}, day,
+      {"access not yet valid", true, true, Period{1, 3600}, day, AuthorizationStateRefreshRequired},
+      {"access without start", true, true, Period{kNone, 3600}, none,
+       AuthorizationStateSignInRequired},
+      {"access without end", true, true, Period{-10, kNone}, none,
+       AuthorizationStateSignInRequired},
+      {"refresh ends now: no margin", true, true, none, Period{-10, 0},
        AuthorizationStateRefreshRequired},
-      {"access token starting now", true, true, TokenPeriod{seconds(0), seconds(3600)},
-       std::nullopt, AuthorizationStateAuthorized},
-      {"access token without start", true, true, TokenPeriod{std::nullopt, seconds(3600)},
-       std::nullopt, AuthorizationStateSignInRequired},
-      {"access token without end", true, true, TokenPeriod{seconds(-10), std::nullopt},
-       std::nullopt, AuthorizationStateSignInRequired},
-      {"refresh token ending now: no margin", true, true, std::nullopt,
-       TokenPeriod{seconds(-10), seconds(0)}, AuthorizationStateRefreshRequired},
-      {"refresh token ended a second ago", true, true, std::nullopt,
-       TokenPeriod{seconds(-10), seconds(-1)}, AuthorizationStateSignInRequired},
-      {"refresh token not yet valid", true, true, std::nullopt,
-       TokenPeriod{seconds(1), seconds(3600)}, AuthorizationStateSignInRequired},
-      {"refresh token without dates", true, true, std::nullopt,
-       TokenPeriod{std::nullopt, std::nullopt}, AuthorizationStateRefreshRequired},
+      {"refresh ended", true, true, none, Period{-10, -1}, AuthorizationStateSignInRequired},
+      {"refresh not yet valid", true, true, none, Period{1, 3600},
+       AuthorizationStateSignInRequired},
+      {"refresh without dates", true, true, none, Period{kNone, kNone},
+       AuthorizationStateRefreshRequired},
   };
   for (const RecordCase& c : cases) {
     SCOPED_TRACE(c.name);

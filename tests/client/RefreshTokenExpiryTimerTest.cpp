@@ -20,52 +20,6 @@ constexpr auto kBound = 30s;
 
 using test::BusyTimerThread;
 
-TEST(RefreshTokenExpiryTimerTest, APassedMomentFiresOnceOnTheWakingThread) {
-  std::atomic<int> runs{0};
-  std::thread::id ranOn;
-  RefreshTokenExpiryTimer timer([&] {
-    ranOn = std::this_thread::get_id();
-    ++runs;
-  });
-  {
-    BusyTimerThread busy;
-    timer.rearm(-5);
-    timer.applicationDidBecomeActive();
-    EXPECT_EQ(runs.load(), 1);
-    EXPECT_EQ(ranOn, std::this_thread::get_id());
-    EXPECT_FALSE(timer.fireDate());
-  }
-  // Spent by firing: the timer thread, free again, does not run it twice.
-  std::promise<void> later;
-  auto sentinel = Timer::scheduledTimerWithTimeInterval(0, [&](Timer&) { later.set_value(); });
-  ASSERT_EQ(later.get_future().wait_for(kBound), std::future_status::ready);
-  EXPECT_EQ(runs.load(), 1);
-}
-
-TEST(RefreshTokenExpiryTimerTest, AFutureMomentKeepsItsFireDate) {
-  std::atomic<int> runs{0};
-  RefreshTokenExpiryTimer timer([&] { ++runs; });
-  timer.rearm(3600);
-  const std::optional<Timer::TimePoint> before = timer.fireDate();
-  ASSERT_TRUE(before);
-  timer.applicationDidBecomeActive();
-  EXPECT_EQ(timer.fireDate(), before);
-  EXPECT_EQ(runs.load(), 0);
-}
-
-TEST(RefreshTokenExpiryTimerTest, RearmingReplacesTheHeldTimer) {
-  std::atomic<int> runs{0};
-  std::promise<void> fired;
-  RefreshTokenExpiryTimer timer([&] {
-    if (++runs == 1) fired.set_value();
-  });
-  timer.rearm(3600);
-  timer.rearm(0);
-  ASSERT_EQ(fired.get_future().wait_for(kBound), std::future_status::ready);
-  EXPECT_FALSE(timer.fireDate());
-  EXPECT_EQ(runs.load(), 1);
-}
-
 TEST(RefreshTokenExpiryTimerTest, StopWaitsForAnActionRunningElsewhere) {
   std::promise<void> entered;
   std::promise<void> release;
