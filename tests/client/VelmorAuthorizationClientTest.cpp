@@ -18,6 +18,7 @@
 #include "testing/ScopedSecretStore.h"
 #include "velmor/Exception.h"
 #include "velmor/MemorySecretStore.h"
+#include "velmor/VelmorAuthorizationError.h"
 
 namespace velmor {
 namespace {
