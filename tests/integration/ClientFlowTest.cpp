@@ -39,12 +39,23 @@ constexpr char kToken[] = "POST /api/oauth2/v1/tokens/bearer";
 constexpr char kRevoke[] = "POST /api/oauth2/v1/tokens/revoke";
 const Data kKey(32, 9);
 
+constexpr char kTokenAnswer[] =
+    R"({"access_token":"access-1","token_type":"bearer","expires_in":3600,)"
+    R"("refresh_token":"refresh-1","x_refresh_token_expires_in":86400,"scope":"read"})";
+
 ScriptedResponse jsonAnswer(std::string body, int status = 200) {
-  return {status,
-          {{"Content-Type", "application/json;charset=UTF-8"}},
-          std::move(body),
-          std::nullopt,
-          0ms};
+  ScriptedResponse answer;
+  answer.status = status;
+  answer.headers = {{"Content-Type", "application/json;charset=UTF-8"}};
+  answer.body = std::move(body);
+  return answer;
+}
+
+// A token answer that waits until the test releases it.
+ScriptedResponse heldTokenAnswer() {
+  ScriptedResponse held = jsonAnswer(kTokenAnswer);
+  held.holdUntilReleased = true;
+  return held;
 }
 
 // What a completion handed back on the caller's queue.
@@ -68,7 +79,7 @@ class ClientFlowTest : public ::testing::Test {
     server_.answer("/api/oauth2/v1/clients",
                    jsonAnswer(R"({"client_id":"cid","client_secret":"secret"})"));
     server_.answer("/api/oauth2/v1/tokens/bearer", jsonAnswer(kTokenAnswer));
-    server_.answer("/api/oauth2/v1/tokens/revoke", {200, {}, "", std::nullopt, 0ms});
+    server_.answer("/api/oauth2/v1/tokens/revoke", ScriptedResponse());
   }
   ~ClientFlowTest() override {
     HttpClient::setDefault(nullptr);
