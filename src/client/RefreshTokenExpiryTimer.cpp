@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -15,10 +14,10 @@ class RefreshTokenExpiryTimer::Gate {
  public:
   explicit Gate(Action action) : action_(std::move(action)) {}
 
-  void run() {
+  void run() EXCLUDES(mutex_) {
     const std::thread::id self = std::this_thread::get_id();
     {
-      std::lock_guard<std::mutex> lock(mutex_);
+      MutexLock lock(mutex_);
       if (closed_) return;
       running_.push_back(self);
     }
@@ -31,32 +30,33 @@ class RefreshTokenExpiryTimer::Gate {
     action_();
   }
 
-  void close() {
+  void close() EXCLUDES(mutex_) {
     const std::thread::id self = std::this_thread::get_id();
-    std::unique_lock<std::mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     closed_ = true;
     // An action that destroys the owner closes the gate from inside run();
     // waiting for itself would never end.
-    idle_.wait(lock, [&] {
-      return std::all_of(running_.begin(), running_.end(),
-                         [&](std::thread::id id) { return id == self; });
-    });
+    while (!std::all_of(running_.begin(), running_.end(),
+                        [&](std::thread::id id) { return id == self; })) {
+      idle_.wait(mutex_);
+    }
   }
 
  private:
-  void leave(std::thread::id self) {
+  void leave(std::thread::id self) EXCLUDES(mutex_) {
     {
-      std::lock_guard<std::mutex> lock(mutex_);
+      MutexLock lock(mutex_);
       running_.erase(std::find(running_.begin(), running_.end(), self));
     }
-    idle_.notify_all();
+    idle_.signalAll();
   }
 
   const Action action_;
-  std::mutex mutex_;
-  std::condition_variable idle_;
-  bool closed_ = false;                   // guarded by mutex_
-  std::vector<std::thread::id> running_;  // guarded by mutex_
+  Mutex mutex_;
+  CondVar idle_;
+  bool closed_ GUARDED_BY(mutex_) = false;
+  // The threads inside the action; one thread may appear more than once.
+  std::vector<std::thread::id> running_ GUARDED_BY(mutex_);
 };
 
 RefreshTokenExpiryTimer::RefreshTokenExpiryTimer(Action onExpiry)
@@ -66,7 +66,7 @@ RefreshTokenExpiryTimer::~RefreshTokenExpiryTimer() { stop(); }
 
 void RefreshTokenExpiryTimer::rearm(double seconds) {
   std::weak_ptr<Gate> gate = gate_;
-  std::lock_guard<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   // Neither call runs the action on this thread, so holding the lock here
   // cannot meet the action.
   if (timer_ && timer_->isValid()) timer_->invalidate();
@@ -90,7 +90,7 @@ void RefreshTokenExpiryTimer::applicationDidBecomeActive() {
 void RefreshTokenExpiryTimer::stop() {
   std::shared_ptr<Timer> timer;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     timer = std::move(timer_);
   }
   if (timer) timer->invalidate();
@@ -98,7 +98,7 @@ void RefreshTokenExpiryTimer::stop() {
 }
 
 std::shared_ptr<Timer> RefreshTokenExpiryTimer::currentTimer() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return timer_;
 }
 

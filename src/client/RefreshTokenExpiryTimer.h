@@ -4,8 +4,8 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 
+#include "platform/Mutex.h"
 #include "platform/Timer.h"
 
 namespace velmor {
@@ -36,24 +36,24 @@ class RefreshTokenExpiryTimer final {
 
   // Invalidates the timer held, if any, and arms a new one `seconds` from
   // now; zero or less fires at the timer thread's first opportunity.
-  void rearm(double seconds);
+  void rearm(double seconds) EXCLUDES(mutex_);
 
   // Fires a valid timer whose fire date has passed, on the calling thread;
   // otherwise re-schedules it at its own fire date. Does nothing without a
   // valid timer.
-  void applicationDidBecomeActive();
+  void applicationDidBecomeActive() EXCLUDES(mutex_);
 
   // Invalidates the timer and makes sure the action never starts again.
-  void stop();
+  void stop() EXCLUDES(mutex_);
 
  private:
   class Gate;
 
-  std::shared_ptr<Timer> currentTimer() const;
+  std::shared_ptr<Timer> currentTimer() const EXCLUDES(mutex_);
 
   std::shared_ptr<Gate> gate_;
-  mutable std::mutex mutex_;
-  std::shared_ptr<Timer> timer_;  // guarded by mutex_
+  mutable Mutex mutex_;
+  std::shared_ptr<Timer> timer_ GUARDED_BY(mutex_);
 };
 
 }  // namespace velmor
