@@ -18,9 +18,12 @@ namespace velmor::test {
 class BusyTimerThread final {
  public:
   BusyTimerThread() {
-    blocker_ = Timer::scheduledTimerWithTimeInterval(0, [this](Timer&) {
+    // The action keeps its own handle on the release: the destructor may
+    // release it before the action gets to wait.
+    std::shared_future<void> released = release_.get_future().share();
+    blocker_ = Timer::scheduledTimerWithTimeInterval(0, [this, released](Timer&) {
       entered_.set_value();
-      release_.get_future().wait();
+      released.wait();
     });
     EXPECT_EQ(entered_.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
   }
