@@ -98,10 +98,6 @@ bool hasValidLength(const std::optional<std::string>& text, Bounds bounds) {
   return length >= minLength && length <= maxLength;
 }
 
-std::optional<std::string> absoluteString(const std::optional<Url>& url) {
-  return ClientLogText::of(url);
-}
-
 }  // namespace
 
 void VelmorAuthorizationClientDelegate::velmorAuthorizationClientDidSignOut(
@@ -830,7 +826,7 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithWebAuthorizationRespo
   const SignInLogLine line;
   line.write("%s responseUrl: '%@' error: '0x%p'",
              "-[VelmorAuthorizationClient signInWithWebAuthorizationResponse:error:]",
-             line.secret(absoluteString(responseUrl)), static_cast<const void*>(error));
+             line.secret(ClientLogText::of(responseUrl)), static_cast<const void*>(error));
   ParamValidator::checkIsNotNil(responseUrl, "responseUrl");
   const std::shared_ptr<RequestSignInViaWebTransaction> transaction =
       impl_->currentRequestSignInViaWebTransaction;
@@ -855,7 +851,7 @@ void VelmorAuthorizationClient::signInAsyncWithWebAuthorizationResponse(
   line.write(
       "%s responseUrl: '%@' queue: '%@'",
       "-[VelmorAuthorizationClient signInAsyncWithWebAuthorizationResponse:queue:completion:]",
-      line.secret(absoluteString(responseUrl)), ClientLogText::of(queue));
+      line.secret(ClientLogText::of(responseUrl)), ClientLogText::of(queue));
   ParamValidator::checkIsNotNil(responseUrl, "responseUrl");
   ParamValidator::checkIsNotNil(queue, "queue");
   // Kept as current even on success, unlike the synchronous form: only the
