@@ -81,6 +81,9 @@ class VelmorAuthorizationClientDelegate {
 // and nothing is sent. Refresh and the checks wait their turn instead.
 // Sign-out cancels everything queued; cancelled exchanges never report, so a
 // synchronous call waiting behind them returns an empty result with no error.
+// A completion can arrive while its exchange still counts as queued (the
+// exchange ends just after handing its result over), so an activation or
+// sign-in started from that completion may be refused as busy.
 //
 // After every sign-in, code exchange and refresh the client arms a one-shot
 // timer for the moment its refresh token stops being valid. The timer fires
