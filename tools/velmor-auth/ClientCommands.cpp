@@ -35,13 +35,16 @@ std::string joined(const Scopes& scopes) {
 // What every sign-in form reports: who, what was granted, where it stands.
 int reportSignIn(ClientSession& session, OutputPrinter& out, const std::optional<Scopes>& scopes,
                  const ErrorRef& error) {
-  session.reportState(out);
-  if (error) return out.fail(error);
+  if (error) {
+    session.reportState(out);
+    return out.fail(error);
+  }
   const std::optional<std::string> username = session.client().username();
   out.set("username", username ? nlohmann::json(*username) : nlohmann::json(nullptr));
   out.set("scopes", scopes.value_or(Scopes()));
   out.line(username ? "Signed in as " + *username + "." : "Signed in without a user name.");
   out.line("Scopes: " + joined(scopes.value_or(Scopes())));
+  session.reportState(out);
   session.reportValidity(out);
   return kExitSuccess;
 }
