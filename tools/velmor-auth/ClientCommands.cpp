@@ -70,11 +70,13 @@ int runActivate(CommandContext& context) {
       ClientSession::open(context.invocation, context.out, &status);
   if (!session) return status;
   ErrorRef error;
-  const bool activated = session->client().activate(&error);
-  session->reportState(context.out);
-  if (!activated) return context.out.fail(error);
+  if (!session->client().activate(&error)) {
+    session->reportState(context.out);
+    return context.out.fail(error);
+  }
   context.out.line("Activated: this installation is registered with " +
                    session->serverUrl().absoluteString());
+  session->reportState(context.out);
   return kExitSuccess;
 }
 
@@ -121,10 +123,13 @@ int runRefresh(CommandContext& context) {
   ErrorRef error;
   const std::optional<Scopes> granted =
       session->client().refreshAccessTokenWithScopes(scopesOf(context.invocation), &error);
-  session->reportState(context.out);
-  if (error) return context.out.fail(error);
+  if (error) {
+    session->reportState(context.out);
+    return context.out.fail(error);
+  }
   context.out.set("scopes", granted.value_or(Scopes()));
   context.out.line("Refreshed. Scopes: " + joined(granted.value_or(Scopes())));
+  session->reportState(context.out);
   session->reportValidity(context.out);
   return kExitSuccess;
 }
@@ -197,11 +202,10 @@ int runSignOut(CommandContext& context) {
   if (!session) return status;
   ErrorRef error;
   const bool revoked = session->client().signOut(&error);
-  session->reportState(context.out);
   // The tokens are gone here even when the server could not be told.
-  if (!revoked) return context.out.fail(error);
-  context.out.line("Signed out.");
-  return kExitSuccess;
+  if (revoked) context.out.line("Signed out.");
+  session->reportState(context.out);
+  return revoked ? kExitSuccess : context.out.fail(error);
 }
 
 int runDelete(CommandContext& context) {
@@ -210,8 +214,8 @@ int runDelete(CommandContext& context) {
       ClientSession::open(context.invocation, context.out, &status);
   if (!session) return status;
   session->client().deleteAllData();
-  session->reportState(context.out);
   context.out.line("Deleted the stored client credentials, user name and tokens.");
+  session->reportState(context.out);
   return kExitSuccess;
 }
 
