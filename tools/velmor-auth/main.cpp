@@ -1,31 +1,55 @@
-// velmor-auth: drives the library from the command line.
+// velmor-auth: drives the authorization library from the command line and
+// runs a development authorization server.
 #include <cstdio>
-#include <cstring>
+#include <string>
+#include <vector>
 
-#include "Demo.h"
+#include "CommandCatalog.h"
+#include "CommandLine.h"
+#include "OutputPrinter.h"
+#include "ToolSettings.h"
+#include "velmor/ApplicationInfo.h"
+#include "velmor/Exception.h"
 #include "velmor/VelmorAuthorizationLibraryVersion.h"
 
 namespace {
 
-constexpr char kUsage[] =
-    "usage: velmor-auth COMMAND\n"
-    "\n"
-    "commands:\n"
-    "  demo      a short tour: errors, JSON reading, key derivation and encryption\n"
-    "  version   print the library version\n";
+using namespace velmor::tool;
+
+int run(const std::vector<std::string>& words) {
+  const CommandLine::Result parsed =
+      CommandLine::parse(words, CommandCatalog::commonOptions(), &CommandCatalog::syntaxOf);
+  if (!parsed.invocation) {
+    OutputPrinter out(false, stdout, stderr);
+    return out.usage(parsed.usageError);
+  }
+  const Invocation& invocation = *parsed.invocation;
+  const CommandSpec* command = CommandCatalog::find(invocation.command());
+  if (invocation.helpRequested()) {
+    const std::string help =
+        command ? CommandCatalog::commandHelp(*command) : CommandCatalog::generalHelp();
+    std::fputs(help.c_str(), stdout);
+    return kExitSuccess;
+  }
+  OutputPrinter out(invocation.has("--json"), stdout, stderr);
+  const int applied = ToolSettings::apply(invocation, out);
+  if (applied != kExitSuccess) return applied;
+  CommandContext context{invocation, out, stdin};
+  try {
+    const int status = command->run(context);
+    return status == kExitUsage ? status : out.finish(status);
+  } catch (const velmor::Exception& exception) {
+    // The library throws for arguments it refuses (a scope with a blank in
+    // it, a slot out of range): a usage error, not a failed operation.
+    return out.usage(exception.reason(), invocation.command());
+  }
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2 || std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0) {
-    std::fputs(kUsage, argc == 2 ? stdout : stderr);
-    return argc == 2 ? 0 : 2;
-  }
-  if (std::strcmp(argv[1], "version") == 0) {
-    std::printf("%s\n", velmor::VelmorAuthorizationLibraryVersion::version().c_str());
-    return 0;
-  }
-  if (std::strcmp(argv[1], "demo") == 0) return velmor::tool::runDemo(stdout);
-  std::fprintf(stderr, "velmor-auth: unknown command '%s'\n\n%s", argv[1], kUsage);
-  return 2;
+  velmor::ApplicationInfo::setCurrent(
+      velmor::ApplicationInfo{"com.velmor.authorization.tool",
+                              velmor::VelmorAuthorizationLibraryVersion::version(), "velmor-auth"});
+  return run(std::vector<std::string>(argv + 1, argv + argc));
 }

@@ -1,0 +1,498 @@
+// The velmor-auth binary as a user drives it: exit statuses, output, the
+// files it makes, and every flow against the development server it runs.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "devserver/FormCodec.h"
+#include "storage/Base64.h"
+#include "testing/TemporaryDirectory.h"
+#include "tools/ToolProcess.h"
+#include "velmor/CurlHttpClient.h"
+
+namespace velmor::test {
+namespace {
+
+using Json = nlohmann::json;
+using Words = std::vector<std::string>;
+using namespace std::chrono_literals;
+
+std::string contentsOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+mode_t modeOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
+  return status.st_mode & 0777;
+}
+
+// A home of its own for every test: key file, file store and client
+// context all land in a temporary directory; no desktop keyring is touched.
+class ToolTest : public ::testing::Test {
+ protected:
+  ToolRun run(const Words& arguments, const std::string& input = "") {
+    return ToolProcess::run(arguments, environment_, input);
+  }
+  Json runJson(Words arguments, int expectedExit, const std::string& input = "") {
+    arguments.push_back("--json");
+    const ToolRun result = run(arguments, input);
+    EXPECT_EQ(result.exitCode, expectedExit) << result.err;
+    const Json parsed = Json::parse(result.out, nullptr, false);
+    EXPECT_FALSE(parsed.is_discarded()) << result.out;
+    return parsed;
+  }
+
+  TemporaryDirectory home_;
+  EnvironmentChanges environment_ = {
+      {"HOME", home_.path()},
+      {"XDG_CONFIG_HOME", home_.pathOf("config")},
+      {"XDG_DATA_HOME", home_.pathOf("data")},
+      {"VELMOR_SECRET_STORE", "file"},
+      {"VELMOR_SECRET_STORE_DIR", home_.pathOf("keychain")},
+      {"DBUS_SESSION_BUS_ADDRESS", std::nullopt},
+      {"VELMOR_SERVER", std::nullopt},
+      {"VELMOR_APP_TOKEN", std::nullopt},
+      {"no_proxy", "*"},
+  };
+};
+
+TEST_F(ToolTest, UsageErrorsExitWithTwo) {
+  const struct {
+    Words arguments;
+    const char* message;
+  } cases[] = {
+      {{}, "no command given"},
+      {{"frobnicate"}, "unknown command 'frobnicate'"},
+      {{"status", "--bogus"}, "unknown option --bogus for status"},
+      {{"--port", "1", "serve"}, "unknown option --port"},
+      {{"call"}, "call needs URL"},
+      {{"version", "extra"}, "unexpected argument 'extra' for version"},
+      {{"version", "--server"}, "--server needs a value (URL)"},
+      {{"--json=yes", "version"}, "--json takes no value"},
+      {{"version", "--json", "--json"}, "--json is given twice"},
+      {{"version", "--log-level", "9"}, "--log-level takes 0 to 5, not '9'"},
+      {{"--store", "cloud", "version"},
+       "--store takes file, secret-service or memory, not 'cloud'"},
+      {{"--store", "memory", "--store-dir", "/tmp", "version"},
+       "--store-dir goes with --store file only"},
+      {{"--ca-file", "/nonexistent/ca.pem", "version"},
+       "cannot read the CA file /nonexistent/ca.pem"},
+      {{"status"}, "no server: give --server URL or set VELMOR_SERVER"},
+      {{"--server", "not a url", "status"}, "the server 'not a url' is not an absolute URL"},
+      {{"--server", "https://h/", "--slot", "-1", "status"},
+       "--slot takes a number from 0 to 2^63-1, not '-1'"},
+      {{"--server", "https://h/", "--slot", "9223372036854775808", "status"},
+       "--slot takes a number from 0 to 2^63-1, not '9223372036854775808'"},
+      {{"--server", "https://h/", "sign-in", "--scope", "a"}, "--scope needs --username"},
+      {{"--server", "https://h/", "sign-in", "--username", " "}, "--username must not be blank"},
+      {{"--server", "https://h/", "sign-in", "--username", "alice"},
+       "no terminal to ask for the password; use --password-stdin"},
+      {{"--server", "https://h/", "sign-in", "--username", "alice", "--password-stdin"},
+       "no password on standard input"},
+      {{"--server", "https://h/", "call", "relative/path"},
+       "'relative/path' is not an absolute URL"},
+      {{"--server", "https://h/", "web-sign-in", "--timeout", "0"},
+       "--timeout takes 1 to 86400 seconds, not '0'"},
+      {{"--server", "https://h/", "code-exchange", "--redirect-url", "app:/cb"},
+       "--code is required"},
+      {{"serve", "--port", "70000"}, "--port takes 0 to 65535, not '70000'"},
+      {{"serve", "--user", "nopassword"}, "--user takes NAME:PASSWORD, not 'nopassword'"},
+      {{"serve", "--lockout-seconds", "0"}, "--lockout-seconds takes a number of seconds, not '0'"},
+      {{"store", "--service", "s", "load"}, "--service and --account are required"},
+      {{"store", "--service", "s", "--account", "a", "burn"},
+       "the action is save, load, status or change-passcode, not 'burn'"},
+      {{"store", "--service", "s", "--account", "a", "--no-passcode", "load"},
+       "--no-passcode goes with change-passcode only"},
+  };
+  for (const auto& c : cases) {
+    std::string line;
+    for (const std::string& word : c.arguments) line += word + " ";
+    SCOPED_TRACE(line);
+    const ToolRun result = run(c.arguments);
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err.rfind("velmor-auth: " + std::string(c.message) + "\nTry 'velmor-auth ", 0),
+              0u)
+        << result.err;
+  }
+}
+
+TEST_F(ToolTest, EveryCommandHasHelp) {
+  const ToolRun general = run({"--help"});
+  EXPECT_EQ(general.exitCode, 0);
+  EXPECT_EQ(general.out.rfind("usage: velmor-auth [common options] COMMAND [options]\n", 0), 0u);
+  for (const char* command :
+       {"serve", "activate", "sign-in", "refresh", "status", "headers", "call", "sign-out",
+        "delete", "web-sign-in", "code-exchange", "store", "version", "demo"}) {
+    SCOPED_TRACE(command);
+    EXPECT_NE(general.out.find(std::string("\n  ") + command + " "), std::string::npos);
+    // Help wins over everything else on the line, wherever it stands.
+    for (const Words& words : {Words{command, "--help"}, Words{"-h", command, "--bogus"}}) {
+      const ToolRun help = run(words);
+      EXPECT_EQ(help.exitCode, 0);
+      EXPECT_EQ(help.out.rfind(std::string("usage: velmor-auth [common options] ") + command, 0),
+                0u)
+          << help.out;
+      EXPECT_EQ(help.err, "");
+    }
+  }
+}
+
+TEST_F(ToolTest, VersionAsTextAndJson) {
+  const ToolRun text = run({"version"});
+  EXPECT_EQ(text.exitCode, 0);
+  EXPECT_EQ(text.out, "velmor-auth 1.1.4 (13)\n");
+  EXPECT_EQ(runJson({"version"}, 0), (Json{{"version", "1.1.4 (13)"}}));
+}
+
+TEST_F(ToolTest, KeyFileIsMadeOnceWithPrivateModes) {
+  const Words status = {"--server", "https://127.0.0.1:9/", "status"};
+  EXPECT_EQ(runJson(status, 0),
+            (Json{{"state", 1},
+                  {"stateName", "activationRequired"},
+                  {"username", nullptr},
+                  {"validUntil", {{"accessToken", nullptr}, {"refreshToken", nullptr}}}}));
+  const std::string path = home_.pathOf("config/velmor-auth/key");
+  EXPECT_EQ(modeOf(home_.pathOf("config")), 0700u);
+  EXPECT_EQ(modeOf(home_.pathOf("config/velmor-auth")), 0700u);
+  EXPECT_EQ(modeOf(path), 0600u);
+  const std::string text = contentsOf(path);
+  ASSERT_FALSE(text.empty());
+  EXPECT_EQ(text.find('\n'), text.size() - 1);
+  const std::optional<Data> key = Base64::decodeBase64WithString(text.substr(0, text.size() - 1));
+  ASSERT_TRUE(key);
+  EXPECT_EQ(key->size(), 32u);
+
+  runJson(status, 0);
+  EXPECT_EQ(contentsOf(path), text);
+
+  const std::string elsewhere = home_.pathOf("keys/other.key");
+  Words withKeyFile = status;
+  withKeyFile.insert(withKeyFile.end(), {"--key-file", elsewhere});
+  runJson(withKeyFile, 0);
+  EXPECT_NE(contentsOf(elsewhere), text);
+
+  std::ofstream(elsewhere, std::ios::trunc) << "not base64 at all!\n";
+  EXPECT_EQ(runJson(withKeyFile, 1).at("error"),
+            (Json{{"domain", "com.velmor.authorization.tool"},
+                  {"code", 3},
+                  {"description", "the key file " + elsewhere + " holds no Base64 key"}}));
+}
+
+TEST_F(ToolTest, StoreKeepsAValueBehindAPasscode) {
+  const Words store = {"store", "--service", "notes", "--account", "anna"};
+  auto with = [&store](std::initializer_list<std::string> more) {
+    Words words = store;
+    words.insert(words.end(), more);
+    return words;
+  };
+  EXPECT_EQ(runJson(with({"status"}), 0),
+            (Json{{"exists", false}, {"passcodeProtected", false}, {"passcodeInputType", 0}}));
+  const Json nothing = runJson(with({"load"}), 1);
+  EXPECT_EQ(nothing.at("error"), (Json{{"domain", "com.velmor.authorization.tool"},
+                                       {"code", 5},
+                                       {"description", "The store holds no value"}}));
+
+  const Json value = {{"list", {1, "two", 3.5, nullptr, true}}, {"big", 18446744073709551615ull}};
+  EXPECT_EQ(runJson(with({"save"}), 0, value.dump()), (Json{{"saved", true}}));
+  const Json changed = runJson(with({"change-passcode", "--passcode-stdin"}), 0, "1234\n");
+  EXPECT_EQ(changed.at("passcodeInputType"), 1);
+  EXPECT_EQ(changed.at("passcodeProtected"), true);
+
+  const Json wrong = runJson(with({"load", "--passcode-stdin"}), 1, "4321\n");
+  EXPECT_EQ(wrong.at("error"), (Json{{"domain", "com.velmor.authorization.tool"},
+                                     {"code", 4},
+                                     {"description", "The passcode is wrong"}}));
+  EXPECT_EQ(runJson(with({"load", "--passcode-stdin"}), 0, "1234\n").at("value"), value);
+  EXPECT_EQ(runJson(with({"save", "--passcode-stdin"}), 0, "1234\n[\"replaced\"]\n"),
+            (Json{{"saved", true}}));
+  EXPECT_EQ(runJson(with({"change-passcode", "--passcode-stdin"}), 0, "1234\nab12\n")
+                .at("passcodeInputType"),
+            3);
+  const Json removed =
+      runJson(with({"change-passcode", "--passcode-stdin", "--no-passcode"}), 0, "ab12\n");
+  EXPECT_EQ(removed.at("passcodeProtected"), false);
+  EXPECT_EQ(runJson(with({"load"}), 0).at("value"), Json::array({"replaced"}));
+
+  const ToolRun invalid = run(with({"save"}), "{not json");
+  EXPECT_EQ(invalid.exitCode, 2);
+  EXPECT_EQ(invalid.err.rfind("velmor-auth: standard input holds no JSON value\n", 0), 0u);
+  // The human form prints the value as indented JSON.
+  EXPECT_EQ(run(with({"load"})).out, "[\n  \"replaced\"\n]\n");
+}
+
+// A `velmor-auth serve` process for the test, and the options that point
+// the client commands at it.
+class ServedToolTest : public ToolTest {
+ protected:
+  void SetUp() override {
+    server_ = std::make_unique<ToolProcess>(
+        Words{"serve", "--port", "0", "--dir", home_.pathOf("devserver"), "--json"}, environment_);
+    const std::optional<std::string> line =
+        server_->readLine([](const std::string&) { return true; }, 60s);
+    ASSERT_TRUE(line) << server_->finish(SIGKILL).err;
+    announced_ = Json::parse(*line);
+    baseUrl_ = announced_.at("baseUrl");
+    caFile_ = announced_.at("caFile");
+  }
+
+  Words client(std::initializer_list<std::string> words) const {
+    Words all = {"--server", baseUrl_, "--ca-file", caFile_};
+    all.insert(all.end(), words);
+    return all;
+  }
+
+  std::unique_ptr<ToolProcess> server_;
+  Json announced_;
+  std::string baseUrl_;
+  std::string caFile_;
+};
+
+TEST_F(ServedToolTest, ServeAnnouncesItselfAndStopsOnSigterm) {
+  EXPECT_EQ(baseUrl_.rfind("https://127.0.0.1:", 0), 0u);
+  EXPECT_EQ(caFile_, home_.pathOf("devserver") + "/ca.pem");
+  EXPECT_EQ(announced_.at("appTokens"), Json::array({"velmor-dev-app"}));
+  EXPECT_EQ(announced_.at("users"), Json::array({"alice", "bob"}));
+  HttpResult index;
+  {
+    CurlHttpClient http(CurlHttpClientOptions{60s, caFile_, 1024 * 1024});
+    index = http.send(HttpRequest(*Url::withString(baseUrl_)));
+  }
+  ASSERT_TRUE(index.response) << (index.error ? *index.error->description() : "");
+  EXPECT_EQ(index.response->statusCode(), 200);
+
+  const ToolRun stopped = server_->finish(SIGTERM);
+  EXPECT_EQ(stopped.exitCode, 0);
+  EXPECT_NE(stopped.err.find("velmor-auth serve: GET / 200\n"), std::string::npos) << stopped.err;
+  EXPECT_NE(stopped.err.find("velmor-auth serve: stopped\n"), std::string::npos);
+}
+
+TEST_F(ServedToolTest, PasswordSignInThroughEveryCommand) {
+  EXPECT_EQ(runJson(client({"activate"}), 0),
+            (Json{{"state", 2}, {"stateName", "signInRequired"}}));
+  const Json signedIn =
+      runJson(client({"sign-in", "--username", "alice", "--password-stdin"}), 0, "wonderland\n");
+  EXPECT_EQ(signedIn.at("state"), 3);
+  EXPECT_EQ(signedIn.at("stateName"), "authorized");
+  EXPECT_EQ(signedIn.at("username"), "alice");
+  EXPECT_EQ(signedIn.at("scopes"), Json::array({"profile", "email"}));
+  const std::regex utc(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)");
+  EXPECT_TRUE(
+      std::regex_match(signedIn.at("validUntil").at("accessToken").get<std::string>(), utc));
+  EXPECT_TRUE(
+      std::regex_match(signedIn.at("validUntil").at("refreshToken").get<std::string>(), utc));
+
+  const Json status = runJson(client({"status"}), 0);
+  EXPECT_EQ(status.at("username"), "alice");
+  EXPECT_EQ(status.at("validUntil"), signedIn.at("validUntil"));
+  // The status never shows a token.
+  const ToolRun statusText = run(client({"status"}));
+  EXPECT_EQ(
+      statusText.out.rfind("State: 3 (authorized)\nUser: alice\nAccess token valid until: ", 0), 0u)
+      << statusText.out;
+
+  const ToolRun headers = run(client({"headers"}));
+  EXPECT_EQ(headers.exitCode, 0);
+  EXPECT_TRUE(
+      std::regex_match(headers.out, std::regex("Authorization: Bearer [A-Za-z0-9_-]{43}\n")))
+      << headers.out;
+  EXPECT_EQ(runJson(client({"headers"}), 0).at("headers").at("Authorization"),
+            headers.out.substr(15, headers.out.size() - 16));
+
+  const ToolRun call = run(client({"call", baseUrl_ + "api/v1/me"}));
+  EXPECT_EQ(call.exitCode, 0) << call.err;
+  EXPECT_EQ(Json::parse(call.out).at("username"), "alice");
+
+  const Json refreshed = runJson(client({"refresh", "--scope", "email"}), 0);
+  EXPECT_EQ(refreshed.at("scopes"), Json::array({"email"}));
+  EXPECT_EQ(runJson(client({"sign-out"}), 0),
+            (Json{{"state", 2}, {"stateName", "signInRequired"}}));
+  EXPECT_EQ(runJson(client({"headers"}), 1).at("error"),
+            (Json{{"domain", "com.velmor.authorization.tool"},
+                  {"code", 1},
+                  {"description", "Not signed in: the state is 2 (signInRequired)"}}));
+  EXPECT_EQ(runJson(client({"delete"}), 0),
+            (Json{{"state", 1}, {"stateName", "activationRequired"}}));
+}
+
+TEST_F(ServedToolTest, ClientCredentialsSignInHasNoUser) {
+  runJson(client({"activate"}), 0);
+  const Json signedIn = runJson(client({"sign-in"}), 0);
+  EXPECT_EQ(signedIn.at("username"), nullptr);
+  EXPECT_EQ(signedIn.at("validUntil").at("refreshToken"), nullptr);
+  const Json call = runJson(client({"call", baseUrl_ + "api/v1/me"}), 0);
+  EXPECT_EQ(call.at("httpStatus"), 200);
+  EXPECT_EQ(Json::parse(call.at("body").get<std::string>()).at("username"), nullptr);
+}
+
+TEST_F(ServedToolTest, ARefusedTokenIsExplainedByTheLibrary) {
+  runJson(client({"activate"}), 0);
+  runJson(client({"sign-in", "--username", "alice", "--password-stdin", "--scope", "email"}), 0,
+          "wonderland\n");
+  const Json call = runJson(client({"call", baseUrl_ + "api/v1/me"}), 1);
+  EXPECT_EQ(call.at("httpStatus"), 403);
+  EXPECT_EQ(call.at("error"),
+            (Json{{"domain", "com.velmor.authorization.server"},
+                  {"code", 2},
+                  {"description",
+                   "Server error: 'insufficient_scope', Description: 'The access token lacks the "
+                   "scope profile'"}}));
+  // The library forgot the refused access token; the refresh token stays.
+  EXPECT_EQ(call.at("state"), 4);
+}
+
+TEST_F(ServedToolTest, WrongPasswordsEndInTheLockoutText) {
+  runJson(client({"activate"}), 0);
+  const Words bob = client({"sign-in", "--username", "bob", "--password-stdin"});
+  const Json wrong = runJson(bob, 1, "nope\n");
+  EXPECT_EQ(wrong.at("error"),
+            (Json{{"domain", "com.velmor.authorization.server"},
+                  {"code", 4},
+                  {"description",
+                   "Your User ID or password was entered incorrectly. Please try again."}}));
+  runJson(bob, 1, "nope\n");
+  // The server locks for 900 s; the library words anything under an hour
+  // as "1 minute".
+  const std::string lockout =
+      "velmor-auth: This account has been temporarily locked out. Please try again in 1 "
+      "minute. (com.velmor.authorization.server, code 4)\n";
+  const ToolRun locked = run(bob, "nope\n");
+  EXPECT_EQ(locked.exitCode, 1);
+  EXPECT_EQ(locked.err, lockout);
+  // The right password does not help while the lock lasts.
+  EXPECT_EQ(run(bob, "builder\n").err, lockout);
+}
+
+// Plays the browser: loads the page, submits the form the way the page
+// would, and follows the redirect when `follow`.
+class ScriptedBrowser final {
+ public:
+  explicit ScriptedBrowser(const std::string& caFile)
+      : http_(CurlHttpClientOptions{60s, caFile, 1024 * 1024}) {}
+
+  // The redirect's Location after submitting `extra` with the page's
+  // parameters (those of `signInUrl`'s query, as the hidden fields carry).
+  std::string submit(const std::string& signInUrl, const std::string& extra) {
+    const HttpResult page = http_.send(HttpRequest(*Url::withString(signInUrl)));
+    EXPECT_EQ(page.response ? page.response->statusCode() : 0, 200);
+    HttpRequest form(*Url::withString(signInUrl));
+    form.method = "POST";
+    form.headerFields = {{"Content-Type", "application/x-www-form-urlencoded"}};
+    const std::string body = *form.url.query() + "&" + extra;
+    form.body = Data(body.begin(), body.end());
+    const HttpResult posted = http_.send(form);
+    EXPECT_EQ(posted.response ? posted.response->statusCode() : 0, 302);
+    return posted.response ? posted.response->valueForHTTPHeaderField("Location").value_or("") : "";
+  }
+  std::string get(const std::string& url) {
+    const HttpResult result = http_.send(HttpRequest(*Url::withString(url)));
+    return result.body ? std::string(result.body->begin(), result.body->end()) : "";
+  }
+
+ private:
+  CurlHttpClient http_;
+};
+
+bool isSignInUrl(const std::string& line) { return line.rfind("https://", 0) == 0; }
+
+TEST_F(ServedToolTest, WebSignInCompletesWhenTheBrowserComesBack) {
+  runJson(client({"activate"}), 0);
+  ToolProcess signIn(client({"web-sign-in", "--no-browser", "--scope", "profile"}), environment_);
+  const std::optional<std::string> url = signIn.readLine(isSignInUrl, 60s);
+  ASSERT_TRUE(url);
+  EXPECT_EQ(url->rfind(baseUrl_ + "oauth2/v1/authorize?response_type=code&client_id=", 0), 0u);
+
+  ScriptedBrowser browser(caFile_);
+  const std::string location =
+      browser.submit(*url, "username=alice&password=wonderland&action=sign-in");
+  ASSERT_EQ(location.rfind("http://127.0.0.1:", 0), 0u) << location;
+  EXPECT_NE(browser.get(location).find("<h1>Signed in</h1>"), std::string::npos);
+
+  const ToolRun result = signIn.finish();
+  EXPECT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_NE(result.out.find("\nSigned in as alice.\nScopes: profile\nState: 3 (authorized)\n"),
+            std::string::npos)
+      << result.out;
+}
+
+TEST_F(ServedToolTest, WebSignInReportsACancelAndATimeout) {
+  runJson(client({"activate"}), 0);
+  const ToolRun timedOut = run(client({"web-sign-in", "--no-browser", "--timeout", "1", "--json"}));
+  EXPECT_EQ(timedOut.exitCode, 1);
+  EXPECT_EQ(Json::parse(timedOut.out).at("error"),
+            (Json{{"domain", "com.velmor.authorization.tool"},
+                  {"code", 7},
+                  {"description", "No redirect came back from the browser within 1 s"}}));
+
+  ToolProcess signIn(client({"web-sign-in", "--no-browser"}), environment_);
+  const std::optional<std::string> url = signIn.readLine(isSignInUrl, 60s);
+  ASSERT_TRUE(url);
+  ScriptedBrowser browser(caFile_);
+  const std::string location = browser.submit(*url, "action=cancel");
+  EXPECT_NE(browser.get(location).find("<h1>Sign-in failed</h1>"), std::string::npos);
+  const ToolRun result = signIn.finish();
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.err,
+            "velmor-auth: Server error: 'access_denied' (com.velmor.authorization.server, code "
+            "1)\n");
+}
+
+TEST_F(ServedToolTest, CodeExchangeWithACodeObtainedElsewhere) {
+  runJson(client({"activate"}), 0);
+  // The tool's own sign-in URL names the client; the code is then asked
+  // for with another redirect URL, as another program would.
+  std::string url;
+  {
+    ToolProcess signIn(client({"web-sign-in", "--no-browser"}), environment_);
+    url = signIn.readLine(isSignInUrl, 60s).value_or("");
+  }
+  ASSERT_FALSE(url.empty());
+  const std::string redirect = "http://127.0.0.1:9/elsewhere";
+  url = std::regex_replace(url, std::regex("redirect_uri=[^&]*"),
+                           "redirect_uri=" + devserver::FormCodec::encode(redirect));
+  ScriptedBrowser browser(caFile_);
+  const std::string location =
+      browser.submit(url, "username=alice&password=wonderland&action=sign-in");
+  std::smatch code;
+  ASSERT_TRUE(std::regex_search(location, code, std::regex("code=([^&]+)"))) << location;
+
+  const Words exchange = client({"code-exchange", "--code", code[1], "--redirect-url", redirect});
+  const Json signedIn = runJson(exchange, 0);
+  EXPECT_EQ(signedIn.at("state"), 3);
+  EXPECT_EQ(signedIn.at("username"), nullptr);
+  EXPECT_EQ(runJson(exchange, 1).at("error").at("code"), 4);
+}
+
+TEST_F(ToolTest, LogLevelShowsTheLibrarysLinesOnStandardError) {
+  const ToolRun quiet = run({"--server", "https://127.0.0.1:9/", "status"});
+  EXPECT_EQ(quiet.err, "");
+  const ToolRun logged = run({"--server", "https://127.0.0.1:9/", "status", "--log-level", "3"});
+  EXPECT_EQ(logged.exitCode, 0);
+  EXPECT_NE(logged.err.find("velmor-auth: log: INFO\t"), std::string::npos) << logged.err;
+}
+
+TEST_F(ToolTest, DemoWalksThroughEveryStep) {
+  const Json demo = runJson({"demo"}, 0);
+  ASSERT_EQ(demo.at("steps").size(), 12u) << demo.dump(2);
+  for (const Json& step : demo.at("steps")) {
+    SCOPED_TRACE(step.dump());
+    EXPECT_EQ(step.at("ok"), true);
+  }
+  EXPECT_EQ(demo.at("failed"), 0);
+  EXPECT_EQ(demo.at("steps").at(8).at("detail"),
+            "This account has been temporarily locked out. Please try again in 1 hour and 30 "
+            "minutes.");
+}
+
+}  // namespace
+}  // namespace velmor::test

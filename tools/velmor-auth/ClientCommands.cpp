@@ -1,0 +1,279 @@
+#include "ClientCommands.h"
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "BrowserLauncher.h"
+#include "ClientSession.h"
+#include "OptionNames.h"
+#include "ResourceCall.h"
+#include "TerminalInput.h"
+#include "ToolError.h"
+#include "WebSignInFlow.h"
+#include "support/Text.h"
+
+namespace velmor::tool {
+
+namespace {
+
+using Scopes = VelmorAuthorizationClient::Scopes;
+
+std::optional<Scopes> scopesOf(const Invocation& invocation) {
+  std::vector<std::string> scopes = invocation.values(option::kScope);
+  if (scopes.empty()) return std::nullopt;
+  return scopes;
+}
+
+std::string joined(const Scopes& scopes) {
+  std::string text;
+  for (const std::string& scope : scopes) text += (text.empty() ? "" : " ") + scope;
+  return text;
+}
+
+// What every sign-in form reports: who, what was granted, where it stands.
+int reportSignIn(ClientSession& session, OutputPrinter& out, const std::optional<Scopes>& scopes,
+                 const ErrorRef& error) {
+  if (error) {
+    session.reportState(out);
+    return out.fail(error);
+  }
+  const std::optional<std::string> username = session.client().username();
+  out.set("username", username ? nlohmann::json(*username) : nlohmann::json(nullptr));
+  out.set("scopes", scopes.value_or(Scopes()));
+  out.line(username ? "Signed in as " + *username + "." : "Signed in without a user name.");
+  out.line("Scopes: " + joined(scopes.value_or(Scopes())));
+  session.reportState(out);
+  session.reportValidity(out);
+  return kExitSuccess;
+}
+
+int notAuthorized(ClientSession& session, OutputPrinter& out) {
+  const AuthorizationState state = session.client().authorizationState();
+  return out.fail(
+      toolError(kToolErrorNotAuthorized, "Not signed in: the state is " +
+                                             std::to_string(static_cast<std::int64_t>(state)) +
+                                             " (" + ClientSession::stateName(state) + ")"));
+}
+
+std::optional<std::string> readPassword(CommandContext& context, const std::string& username) {
+  if (context.invocation.has(option::kPasswordStdin)) return TerminalInput::readLine(context.in);
+  return TerminalInput::readHidden("Password for " + username + ": ");
+}
+
+}  // namespace
+
+int runActivate(CommandContext& context) {
+  int status = kExitSuccess;
+  std::unique_ptr<ClientSession> session =
+      ClientSession::open(context.invocation, context.out, &status);
+  if (!session) return status;
+  ErrorRef error;
+  if (!session->client().activate(&error)) {
+    session->reportState(context.out);
+    return context.out.fail(error);
+  }
+  context.out.line("Activated: this installation is registered with " +
+                   session->serverUrl().absoluteString());
+  session->reportState(context.out);
+  return kExitSuccess;
+}
+
+int runSignIn(CommandContext& context) {
+  const Invocation& invocation = context.invocation;
+  OutputPrinter& out = context.out;
+  const std::optional<std::string> username = invocation.value(option::kUsername);
+  if (!username) {
+    for (const char* name :
+         {option::kPasswordStdin, option::kScope, option::kRealm, option::kNamespace}) {
+      if (invocation.has(name))
+        return out.usage(std::string(name) + " needs --username", "sign-in");
+    }
+  } else if (text::trimWhitespaceAndNewlines(*username).empty()) {
+    return out.usage("--username must not be blank", "sign-in");
+  }
+  int status = kExitSuccess;
+  std::unique_ptr<ClientSession> session = ClientSession::open(invocation, out, &status);
+  if (!session) return status;
+  ErrorRef error;
+  std::optional<Scopes> granted;
+  if (!username) {
+    granted = session->client().signIn(&error);
+  } else {
+    const std::optional<std::string> password = readPassword(context, *username);
+    if (!password) {
+      return out.usage(invocation.has(option::kPasswordStdin)
+                           ? "no password on standard input"
+                           : "no terminal to ask for the password; use --password-stdin",
+                       "sign-in");
+    }
+    granted = session->client().signInWithUsername(*username, *password, scopesOf(invocation),
+                                                   invocation.value(option::kRealm),
+                                                   invocation.value(option::kNamespace), &error);
+  }
+  return reportSignIn(*session, out, granted, error);
+}
+
+int runRefresh(CommandContext& context) {
+  int status = kExitSuccess;
+  std::unique_ptr<ClientSession> session =
+      ClientSession::open(context.invocation, context.out, &status);
+  if (!session) return status;
+  ErrorRef error;
+  const std::optional<Scopes> granted =
+      session->client().refreshAccessTokenWithScopes(scopesOf(context.invocation), &error);
+  if (error) {
+    session->reportState(context.out);
+    return context.out.fail(error);
+  }
+  context.out.set("scopes", granted.value_or(Scopes()));
+  context.out.line("Refreshed. Scopes: " + joined(granted.value_or(Scopes())));
+  session->reportState(context.out);
+  session->reportValidity(context.out);
+  return kExitSuccess;
+}
+
+int runStatus(CommandContext& context) {
+  int status = kExitSuccess;
+  std::unique_ptr<ClientSession> session =
+      ClientSession::open(context.invocation, context.out, &status);
+  if (!session) return status;
+  session->reportState(context.out);
+  const std::optional<std::string> username = session->client().username();
+  context.out.set("username", username ? nlohmann::json(*username) : nlohmann::json(nullptr));
+  context.out.line("User: " + username.value_or("none"));
+  session->reportValidity(context.out);
+  return kExitSuccess;
+}
+
+int runHeaders(CommandContext& context) {
+  int status = kExitSuccess;
+  std::unique_ptr<ClientSession> session =
+      ClientSession::open(context.invocation, context.out, &status);
+  if (!session) return status;
+  std::optional<Dictionary> headers;
+  ErrorRef error;
+  session->client().checkAuthorization(&headers, &error);
+  session->reportState(context.out, false);
+  if (error) return context.out.fail(error);
+  if (!headers) return notAuthorized(*session, context.out);
+  nlohmann::json fields = nlohmann::json::object();
+  for (const auto& [name, value] : *headers) {
+    const std::string text = value.stringValue() ? *value.stringValue() : value.description();
+    fields[name] = text;
+    context.out.line(name + ": " + text);
+  }
+  context.out.set("headers", fields);
+  return kExitSuccess;
+}
+
+int runCall(CommandContext& context) {
+  const std::string& target = context.invocation.arguments().front();
+  const std::optional<Url> url = Url::withString(target);
+  if (!url) return context.out.usage("'" + target + "' is not an absolute URL", "call");
+  int status = kExitSuccess;
+  std::unique_ptr<ClientSession> session =
+      ClientSession::open(context.invocation, context.out, &status);
+  if (!session) return status;
+  std::optional<Dictionary> headers;
+  ErrorRef error;
+  session->client().checkAuthorization(&headers, &error);
+  if (error) return context.out.fail(error);
+  if (!headers) return notAuthorized(*session, context.out);
+
+  const ResourceCall::Result result = ResourceCall::get(session->client(), *url, *headers);
+  if (result.response) {
+    context.out.set("httpStatus", result.response->statusCode());
+    context.out.set("body", result.body);
+  }
+  // After the call: a refused token is forgotten, which changes the state.
+  session->reportState(context.out, false);
+  if (result.error) return context.out.fail(result.error);
+  const std::string& body = result.body;
+  context.out.line(!body.empty() && body.back() == '\n' ? body.substr(0, body.size() - 1) : body);
+  return kExitSuccess;
+}
+
+int runSignOut(CommandContext& context) {
+  int status = kExitSuccess;
+  std::unique_ptr<ClientSession> session =
+      ClientSession::open(context.invocation, context.out, &status);
+  if (!session) return status;
+  ErrorRef error;
+  const bool revoked = session->client().signOut(&error);
+  // The tokens are gone here even when the server could not be told.
+  if (revoked) context.out.line("Signed out.");
+  session->reportState(context.out);
+  return revoked ? kExitSuccess : context.out.fail(error);
+}
+
+int runDelete(CommandContext& context) {
+  int status = kExitSuccess;
+  std::unique_ptr<ClientSession> session =
+      ClientSession::open(context.invocation, context.out, &status);
+  if (!session) return status;
+  session->client().deleteAllData();
+  context.out.line("Deleted the stored client credentials, user name and tokens.");
+  session->reportState(context.out);
+  return kExitSuccess;
+}
+
+int runWebSignIn(CommandContext& context) {
+  const Invocation& invocation = context.invocation;
+  OutputPrinter& out = context.out;
+  std::chrono::seconds timeout(300);
+  if (const std::optional<std::string> text = invocation.value(option::kTimeout)) {
+    const std::optional<std::uint64_t> seconds = parseUnsigned(*text);
+    if (!seconds || *seconds == 0 || *seconds > 86400) {
+      return out.usage("--timeout takes 1 to 86400 seconds, not '" + *text + "'", "web-sign-in");
+    }
+    timeout = std::chrono::seconds(*seconds);
+  }
+  int status = kExitSuccess;
+  std::unique_ptr<ClientSession> session = ClientSession::open(invocation, out, &status);
+  if (!session) return status;
+  const std::string signInText =
+      invocation.value(option::kSignInUrl).value_or(session->serverUrl().absoluteString());
+  std::optional<Url> signInUrl = invocation.has(option::kSignInUrl)
+                                     ? Url::withString(signInText)
+                                     : Url::withString("oauth2/v1/authorize", session->serverUrl());
+  if (!signInUrl) return out.usage("'" + signInText + "' is not an absolute URL", "web-sign-in");
+
+  const bool noBrowser = invocation.has(option::kNoBrowser);
+  WebSignInFlow flow(session->client(), *signInUrl, scopesOf(invocation), timeout);
+  const WebSignInFlow::Outcome outcome = flow.run([&out, noBrowser](const std::string& url) {
+    if (noBrowser) {
+      out.notice(url);
+    } else if (!BrowserLauncher::open(url)) {
+      out.notice("Could not start a browser; open this URL:");
+      out.notice(url);
+    } else {
+      out.notice("Continue in the browser; waiting for it to come back.");
+    }
+  });
+  return reportSignIn(*session, out, outcome.scopes, outcome.error);
+}
+
+int runCodeExchange(CommandContext& context) {
+  const Invocation& invocation = context.invocation;
+  const std::optional<std::string> code = invocation.value(option::kCode);
+  const std::optional<std::string> redirect = invocation.value(option::kRedirectUrl);
+  if (!code || text::trimWhitespaceAndNewlines(*code).empty()) {
+    return context.out.usage("--code is required", "code-exchange");
+  }
+  if (!redirect) return context.out.usage("--redirect-url is required", "code-exchange");
+  const std::optional<Url> redirectUrl = Url::withString(*redirect);
+  if (!redirectUrl) {
+    return context.out.usage("'" + *redirect + "' is not an absolute URL", "code-exchange");
+  }
+  int status = kExitSuccess;
+  std::unique_ptr<ClientSession> session = ClientSession::open(invocation, context.out, &status);
+  if (!session) return status;
+  ErrorRef error;
+  const std::optional<Scopes> granted =
+      session->client().signInWithAuthorizationCode(*code, *redirectUrl, &error);
+  return reportSignIn(*session, context.out, granted, error);
+}
+
+}  // namespace velmor::tool
