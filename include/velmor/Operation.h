@@ -9,7 +9,8 @@ namespace velmor {
 
 // Subclasses put their work in `main`. An operation runs at most once: the
 // queue it was added to calls `start` on one of its threads, and `start`
-// runs `main` unless the operation was cancelled first.
+// runs `main` unless the operation was cancelled first. An operation may be
+// added to one queue, once.
 //
 // Cancelling only raises a flag. Work already running is never interrupted;
 // a long `main` tests `isCancelled` at the points where stopping is safe.
@@ -39,7 +40,10 @@ class Operation {
   std::string description() const;
 
  private:
+  friend class OperationQueue;
+
   std::atomic<bool> started_{false};
+  std::atomic<bool> enqueued_{false};
   std::atomic<bool> cancelled_{false};
   std::atomic<bool> executing_{false};
   std::atomic<bool> finished_{false};

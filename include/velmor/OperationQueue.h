@@ -26,10 +26,23 @@ namespace velmor {
 // loop). The function is called on the thread that adds the operation, and
 // must eventually run every task it is given exactly once.
 //
+// An exception that escapes an operation's `main` is caught where the
+// operation ran, written as one line at the error level through the shared
+// VelmorAuthorizationLogger, and otherwise ignored: the operation counts as
+// finished and the queue goes on with the next one.
+//
 // All members may be called from any thread. The destructor of a queue with
-// worker threads waits until every operation added to it has finished;
-// operations handed to a post function keep what they need alive and may run
+// worker threads waits until every operation added to it has finished, so
+// that nothing an operation uses is destroyed under it; called from one of
+// the queue's own operations it cannot wait for itself and returns at once,
+// the remaining operations still running. Worker threads are detached and
+// keep only the queue's shared state alive, never the queue object.
+// Operations handed to a post function keep what they need alive and may run
 // after their queue is gone.
+//
+// Should the system refuse a new thread, the adding thread serves the queue
+// itself before addOperation returns (and logs the refusal): slower, but no
+// operation is left behind.
 class OperationQueue final {
  public:
   using Task = std::function<void()>;
@@ -46,26 +59,33 @@ class OperationQueue final {
   OperationQueue(const OperationQueue&) = delete;
   OperationQueue& operator=(const OperationQueue&) = delete;
 
-  // Queues `operation`; adding nullptr or an operation that was already
-  // added somewhere throws InvalidArgumentException.
+  // Queues `operation`; adding nullptr, an operation that was already added
+  // somewhere, or one already started throws InvalidArgumentException.
   void addOperation(std::shared_ptr<Operation> operation);
-  // Queues a BlockOperation running `block`.
+  // Queues a BlockOperation running `block`; an empty block throws
+  // InvalidArgumentException.
   void addOperationWithBlock(std::function<void()> block);
 
-  // Operations added and not yet finished, running ones included.
+  // Operations added and not yet finished, running ones included: from the
+  // moment addOperation returns until the operation's `start` has returned,
+  // so an operation sees itself counted.
   std::size_t operationCount() const;
 
   // Cancels every operation the queue holds. Those not started never run
-  // their `main`; running ones finish on their own.
+  // their `main`, but are still started and finished in turn, so counts and
+  // waits stay right; running ones finish on their own.
   void cancelAllOperations();
 
   // Blocks until every operation added so far, and every one added while
-  // waiting, has finished. Calling it from an operation of the same queue
+  // waiting, has finished. Calling it from an operation of the same queue,
+  // or on a post-function queue from the thread that must run its tasks,
   // never returns.
   void waitUntilAllOperationsAreFinished();
 
   // Ignored by a queue made from a post function; values below 1 other than
   // kDefaultMaxConcurrentOperationCount throw InvalidArgumentException.
+  // Raising it starts waiting operations at once; lowering it lets running
+  // ones finish.
   std::int64_t maxConcurrentOperationCount() const;
   void setMaxConcurrentOperationCount(std::int64_t count);
 

@@ -52,7 +52,9 @@ enum AuthorizationState : std::int64_t {
 class VelmorAuthorizationClient;
 
 // Told when the user's sign-in has lapsed. Called on the library's timer
-// thread (see VelmorAuthorizationClient); the default does nothing.
+// thread, or on the thread that calls applicationDidBecomeActive() when that
+// fires an overdue timer (see VelmorAuthorizationClient); the default does
+// nothing.
 class VelmorAuthorizationClientDelegate {
  public:
   virtual ~VelmorAuthorizationClientDelegate() = default;
@@ -79,6 +81,9 @@ class VelmorAuthorizationClientDelegate {
 // and nothing is sent. Refresh and the checks wait their turn instead.
 // Sign-out cancels everything queued; cancelled exchanges never report, so a
 // synchronous call waiting behind them returns an empty result with no error.
+// A completion can arrive while its exchange still counts as queued (the
+// exchange ends just after handing its result over), so an activation or
+// sign-in started from that completion may be refused as busy.
 //
 // After every sign-in, code exchange and refresh the client arms a one-shot
 // timer for the moment its refresh token stops being valid. The timer fires
@@ -95,11 +100,18 @@ class VelmorAuthorizationClientDelegate {
 // with whitespace) throw InvalidArgumentException or RangeException on the
 // calling thread before anything is queued.
 //
-// Every public member writes one line through the shared logger. Passwords,
-// authorization codes and redirect URLs appear in clear only when level 5
-// (sensitive) is loggable.
+// Every public member writes one line through the shared logger, except
+// simulatedNetworkDelayInterval() and applicationDidBecomeActive().
+// Passwords, authorization codes and the redirect URLs received appear in
+// clear only when level 5 (sensitive) is loggable; the application token and
+// the encryption key are logged at level 3 like any argument. In these lines
+// a queue shows as "<OperationQueue: 0x…>", a completion as
+// "<__NSMallocBlock__>", and anything absent as "(null)".
 //
-// The destructor waits for the exchanges already queued and stops the timer.
+// The destructor waits for the exchanges already queued, then stops the
+// timer: a timer action running on another thread is waited for, and none
+// starts afterwards. Completions already handed to the caller's queue may
+// still run; they never touch the client.
 class VelmorAuthorizationClient final {
  public:
   using Scopes = std::vector<std::string>;
@@ -239,7 +251,10 @@ class VelmorAuthorizationClient final {
       std::optional<Url> baseUrl, std::optional<Url> redirectUrl, std::optional<Scopes> scopes,
       std::optional<Dictionary> extraParameters, ErrorRef* error);
   // Completes a web sign-in from the URL the browser was redirected to.
-  // `error` must not be null. Client error 4 when no request was built.
+  // Client error 4 when no request was built. `error` must not be null: it
+  // is how a failed redirect is told apart from one cancelled by sign-out.
+  // A null `error` is tolerated (nothing is written, nothing crashes), but
+  // the failure is then lost.
   std::optional<Scopes> signInWithWebAuthorizationResponse(std::optional<Url> responseUrl,
                                                            ErrorRef* error);
   // `queue` must be given.

@@ -19,8 +19,9 @@ namespace velmor {
 // grant becomes the lock-out error (when the server says the account is
 // locked) or the wrong-credentials error; on success the user name is
 // stored in the record. The completion gets the operation's user name (also
-// on failure), the scopes the server granted (absent when no answer was
-// judged) and the error (nullptr on success).
+// when the server refused), the scopes the transaction holds after judging
+// the answer and the error (nullptr on success); a transport failure that
+// ends the exchange gives it only the error, user name and scopes absent.
 class RequestAccessTokenOperation : public ServiceOperation {
  public:
   using Scopes = std::vector<std::string>;

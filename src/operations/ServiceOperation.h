@@ -66,28 +66,55 @@ class ServiceOperation : public Operation {
                                       ErrorRef* error);
 
  protected:
-  // The common shape of an exchange: generate the request, send it, and —
-  // unless the operation was cancelled during the send — return the outcome:
-  // a final transport error as it is, otherwise what the transaction's
-  // handleResponse makes of the answer (nullptr on success). A transport
-  // error -1012 that came with a body is judged by the transaction too.
-  // Returns false, with `*outcome` untouched, when cancelled.
-  bool exchange(HttpTransactionProtocol& transaction, const std::string& requestName,
-                ErrorRef* outcome);
+  // What an exchange came to once it was not cancelled.
+  struct Outcome {
+    // The final transport error, or the transaction's judgement of the
+    // answer (nullptr on success).
+    ErrorRef error;
+    // False when a transport error ended the exchange before any answer
+    // could be judged: the completion then gets nothing but the error.
+    bool judged = false;
+  };
 
-  // As `exchange`, for callers that must act between building the request
-  // and sending it (sign-out deletes the tokens there).
+  // A transaction's request, built before it is sent.
   struct PreparedRequest {
+    // Absent when the base URL is missing or the path cannot be resolved
+    // against it; sending then fails as a bad URL without any traffic.
     std::optional<Url> url;
     Dictionary headers;
     std::string verb;
     Data body;
   };
+
+  // What came back from one send, unjudged.
+  struct Reply {
+    std::shared_ptr<HttpUrlResponse> response;
+    std::optional<Data> content;
+    ErrorRef transportError;
+  };
+
+  // The common shape of an exchange: generate the request, send it, and —
+  // unless the operation was cancelled during the send — judge the answer.
+  // Nothing when cancelled: the caller then calls no completion.
+  std::optional<Outcome> exchange(HttpTransactionProtocol& transaction,
+                                  const std::string& requestName);
+
+  // The two halves of `exchange`, for callers that must act between
+  // building the request and sending it (sign-out deletes the tokens there).
   PreparedRequest prepare(HttpTransactionProtocol& transaction) const;
-  bool send(HttpTransactionProtocol& transaction, const PreparedRequest& request,
-            const std::string& requestName, ErrorRef* outcome);
+  std::optional<Outcome> send(HttpTransactionProtocol& transaction, const PreparedRequest& request,
+                              const std::string& requestName);
+
+  // Sends without judging and without the cancellation test, for the
+  // client-context update, whose failures are only logged.
+  Reply transmit(const PreparedRequest& request, const std::string& requestName);
 
  private:
+  // A transport error is final unless it is -1012 (the loader declined a
+  // 401 challenge) and a body came with it: that body is the server's
+  // error answer and goes to the transaction.
+  static bool isFinal(const Reply& reply);
+
   std::optional<Url> authorizationServerBaseUrl_;
   std::shared_ptr<SecureData> secureData_;
   std::uint64_t simulatedNetworkDelayInterval_ = 0;

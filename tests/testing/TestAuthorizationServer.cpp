@@ -147,6 +147,19 @@ class TestAuthorizationServer::Impl {
     return requests_;
   }
 
+  bool waitForHeldRequest(std::chrono::milliseconds timeout) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return wake_.wait_for(lock, timeout, [this] { return held_ > released_; });
+  }
+
+  void releaseHeldRequests() {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      released_ = held_;
+    }
+    wake_.notify_all();
+  }
+
  private:
   CertificateFiles leafFor(Certificate certificate) {
     switch (certificate) {
@@ -180,11 +193,19 @@ class TestAuthorizationServer::Impl {
 
   void handle(const httplib::Request& request, httplib::Response& response) {
     ScriptedResponse script = takeScript(request);
+    if (script.holdUntilReleased) hold();
     if (script.delay.count() > 0) {
       std::unique_lock<std::mutex> lock(mutex_);
       wake_.wait_for(lock, script.delay, [this] { return stopping_; });
     }
     writeResponse(script, response);
+  }
+
+  void hold() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    const std::size_t ticket = held_++;
+    wake_.notify_all();
+    wake_.wait(lock, [this, ticket] { return stopping_ || released_ > ticket; });
   }
 
   ScriptedResponse takeScript(const httplib::Request& request) {
@@ -215,6 +236,8 @@ class TestAuthorizationServer::Impl {
   std::deque<ScriptedResponse> queue_;              // guarded by mutex_
   std::map<std::string, ScriptedResponse> byPath_;  // guarded by mutex_
   std::vector<RecordedRequest> requests_;           // guarded by mutex_
+  std::size_t held_ = 0;                            // guarded by mutex_
+  std::size_t released_ = 0;                        // guarded by mutex_
 };
 
 TestAuthorizationServer::TestAuthorizationServer() : TestAuthorizationServer(Options{}) {}
@@ -242,5 +265,11 @@ void TestAuthorizationServer::answer(std::string path, ScriptedResponse response
 }
 
 std::vector<RecordedRequest> TestAuthorizationServer::requests() const { return impl_->requests(); }
+
+bool TestAuthorizationServer::waitForHeldRequest(std::chrono::milliseconds timeout) {
+  return impl_->waitForHeldRequest(timeout);
+}
+
+void TestAuthorizationServer::releaseHeldRequests() { impl_->releaseHeldRequests(); }
 
 }  // namespace velmor::test

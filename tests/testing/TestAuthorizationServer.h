@@ -29,6 +29,9 @@ struct ScriptedResponse {
   std::optional<std::size_t> declaredContentLength;
   // Waited before answering; cut short when the server stops.
   std::chrono::milliseconds delay{0};
+  // Not answered until the test calls releaseHeldRequests() (or the server
+  // stops), so that a test can act while the client is sure to be waiting.
+  bool holdUntilReleased = false;
 };
 
 // One request as the server read it.
@@ -86,6 +89,12 @@ class TestAuthorizationServer final {
   void answer(std::string path, ScriptedResponse response);
 
   std::vector<RecordedRequest> requests() const;
+
+  // Blocks until a request with `holdUntilReleased` has arrived and is being
+  // held; false when none has after `timeout`.
+  bool waitForHeldRequest(std::chrono::milliseconds timeout = std::chrono::seconds(30));
+  // Lets every request held so far be answered.
+  void releaseHeldRequests();
 
  private:
   class Impl;

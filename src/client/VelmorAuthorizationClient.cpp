@@ -1,0 +1,908 @@
+#include "velmor/VelmorAuthorizationClient.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string_view>
+#include <utility>
+
+#include "client/ClientLogText.h"
+#include "client/CredentialValidity.h"
+#include "client/RefreshTokenExpiryTimer.h"
+#include "client/SignInLogLine.h"
+#include "operations/ActivateClientOperation.h"
+#include "operations/RefreshAccessTokenOperation.h"
+#include "operations/RequestAccessTokenFromAuthCodeOperation.h"
+#include "operations/RequestAccessTokenOperation.h"
+#include "operations/RevokeOperation.h"
+#include "platform/Uuid.h"
+#include "storage/CryptoUtility.h"
+#include "storage/SecureData.h"
+#include "support/Format.h"
+#include "support/ParamValidator.h"
+#include "support/Text.h"
+#include "support/VAErrorHandler.h"
+#include "transport/ApplicationHttpTransaction.h"
+#include "transport/RequestSignInViaWebTransaction.h"
+#include "velmor/VelmorAuthorizationError.h"
+#include "velmor/VelmorAuthorizationLogger.h"
+
+namespace velmor {
+
+namespace {
+
+using Scopes = VelmorAuthorizationClient::Scopes;
+using Queue = VelmorAuthorizationClient::Queue;
+
+constexpr std::uint64_t kMinimumCredentialLength = 1;
+constexpr std::uint64_t kMaximumCredentialLength = 256;
+constexpr char16_t kUsernameExcludedCharacters[] = u"()<>,;:\"[]{}'";
+
+VelmorAuthorizationLogger& logger() { return VelmorAuthorizationLogger::sharedLogger(); }
+
+void logCall(std::string_view displayName, const std::vector<LogArgument>& arguments = {}) {
+  logger().logMethod(displayName, arguments);
+}
+
+void logInfo(const std::string& message) {
+  logger().log(message, VelmorAuthorizationLogger::kLevelInfo);
+}
+
+LogArgument object(std::optional<std::string> description) {
+  return LogArgument::object(std::move(description));
+}
+
+LogArgument location(const void* pointer) { return LogArgument::pointerTo("^@", pointer); }
+
+LogArgument completionArgument(bool isSet) { return LogArgument::callback(isSet); }
+
+ErrorRef clientError(std::int64_t code) {
+  return VelmorAuthorizationError::errorWithDomain(AuthorizationClientErrorDomain, code,
+                                                   std::nullopt);
+}
+
+void store(ErrorRef* location, ErrorRef error) {
+  if (location != nullptr) *location = std::move(error);
+}
+
+Dictionary authorizationHeaders(SecureData& record) {
+  return Dictionary{{"Authorization", stringWithFormat("Bearer %@", record.accessToken())}};
+}
+
+// A value read as signed must not be negative: 2^63 and above are refused.
+void checkSeconds(std::uint64_t seconds, std::string_view name) {
+  ParamValidator::checkIsGreaterThan(static_cast<std::int64_t>(seconds), -1, name);
+}
+
+void validateScopes(const std::optional<Scopes>& scopes) {
+  if (!scopes) return;
+  for (std::size_t i = 0; i < scopes->size(); ++i) {
+    ParamValidator::checkIsNotNilOrContainWhitespace(
+        (*scopes)[i], stringWithFormat("scope item at index %ld", static_cast<std::int64_t>(i)));
+  }
+}
+
+void checkCredentials(const std::optional<std::string>& username,
+                      const std::optional<std::string>& password) {
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(username, "username");
+  ParamValidator::checkIsNotNil(password, "password");
+}
+
+using Bounds = void (*)(std::uint64_t*, std::uint64_t*);
+
+bool hasValidLength(const std::optional<std::string>& text, Bounds bounds) {
+  if (!text) return false;
+  std::uint64_t minLength = 0;
+  std::uint64_t maxLength = 0;
+  bounds(&minLength, &maxLength);
+  const std::uint64_t length = text::utf16Length(text::trimWhitespaceAndNewlines(*text));
+  return length >= minLength && length <= maxLength;
+}
+
+}  // namespace
+
+void VelmorAuthorizationClientDelegate::velmorAuthorizationClientDidSignOut(
+    VelmorAuthorizationClient& client) {
+  (void)client;
+}
+
+// The client's state. Everything an operation or a timer action touches
+// lives here and outlives them: the destructor drains the private queue and
+// stops the timer before this goes.
+struct VelmorAuthorizationClient::Impl {
+  Impl(VelmorAuthorizationClient& owner, Url baseUrl, const std::string& appToken,
+       std::optional<Data> encryptionKey, std::uint64_t slot)
+      : authorizationServerBaseUrl(std::move(baseUrl)),
+        secureData(std::make_shared<SecureData>(authorizationServerBaseUrl.host().value_or(""),
+                                                appToken, std::move(encryptionKey),
+                                                static_cast<std::int64_t>(slot))),
+        operationQueue(std::make_shared<OperationQueue>()),
+        refreshTokenExpirationTimer([&owner] { owner.refreshTokenExpired(); }) {
+    operationQueue->setMaxConcurrentOperationCount(1);
+    // Only a diagnostic: the client stays usable over plain HTTP, which local
+    // development servers need.
+    if (!text::equalsIgnoringCase(authorizationServerBaseUrl.scheme(), "https")) {
+      VAErrorHandler::handleError(*clientError(kClientErrorInsecureUrl));
+    }
+  }
+
+  AuthorizationState state() { return CredentialValidity::authorizationState(*secureData); }
+
+  bool isBusy() const { return operationQueue->operationCount() != 0; }
+
+  void configure(ServiceOperation& operation) const {
+    operation.setAuthorizationServerBaseUrl(authorizationServerBaseUrl);
+    operation.setSecureData(secureData);
+    operation.setSimulatedNetworkDelayInterval(__simulatedNetworkDelayInterval.load());
+  }
+
+  void configureTokenRequest(RequestAccessTokenOperation& operation) const {
+    configure(operation);
+    operation.setAccessTokenExpirationOverride(__accessTokenExpirationOverride.load());
+    operation.setRefreshTokenExpirationOverride(__refreshTokenExpirationOverride.load());
+  }
+
+  void runAndWait(std::shared_ptr<Operation> operation) {
+    operationQueue->addOperation(std::move(operation));
+    operationQueue->waitUntilAllOperationsAreFinished();
+  }
+
+  // Runs on the queue's worker thread after every sign-in, code exchange and
+  // refresh, failed ones included, so the timer follows what the record now
+  // holds.
+  void rearmExpiryTimer() {
+    const std::optional<SecureData::Date> end = secureData->refreshTokenValidEndDateTime();
+    double seconds = 0;
+    if (end) {
+      seconds = std::chrono::duration<double>(*end - std::chrono::system_clock::now()).count();
+    }
+    refreshTokenExpirationTimer.rearm(seconds);
+  }
+
+  // The busy refusals of activation, sign-in and code exchange. The
+  // asynchronous form reports only to a caller who gave both a queue and a
+  // completion.
+  bool refusedAsBusy(ErrorRef* error) {
+    if (!isBusy()) return false;
+    store(error, clientError(kClientErrorInvalidOperation));
+    return true;
+  }
+
+  template <typename Completion, typename... Results>
+  bool refusedAsBusy(const Queue& queue, const Completion& completion, Results... results) {
+    if (!isBusy()) return false;
+    if (queue && completion) {
+      ErrorRef error = clientError(kClientErrorInvalidOperation);
+      queue->addOperationWithBlock(
+          [completion, results..., error] { completion(results..., error); });
+    }
+    return true;
+  }
+
+  std::shared_ptr<RequestAccessTokenOperation> passwordOperation(
+      const std::optional<std::string>& username, std::optional<std::string> password,
+      std::optional<Scopes> scopes, std::optional<std::string> realmId,
+      std::optional<std::string> namespaceId) const {
+    auto operation = std::make_shared<RequestAccessTokenOperation>();
+    configureTokenRequest(*operation);
+    if (username) operation->setUsername(text::trimWhitespaceAndNewlines(*username));
+    operation->setPassword(std::move(password));
+    operation->setScopes(std::move(scopes));
+    operation->setRealmId(std::move(realmId));
+    operation->setNamespaceId(std::move(namespaceId));
+    return operation;
+  }
+
+  std::shared_ptr<RequestAccessTokenOperation> codeOperation(
+      std::optional<std::string> authorizationCode, std::optional<Url> redirectUrl,
+      std::optional<std::string> username) const {
+    auto operation = std::make_shared<RequestAccessTokenFromAuthCodeOperation>();
+    configureTokenRequest(*operation);
+    operation->setAuthorizationCode(authorizationCode.value_or(""));
+    operation->setRedirectUrl(std::move(redirectUrl));
+    operation->setUsername(std::move(username));
+    return operation;
+  }
+
+  std::optional<Scopes> runSignIn(const std::shared_ptr<RequestAccessTokenOperation>& operation,
+                                  ErrorRef* error) {
+    struct Outcome {
+      std::optional<Scopes> scopes;
+      ErrorRef error;
+    } outcome;
+    // The queue is drained before `outcome` goes out of scope; a cancelled
+    // operation never calls this and leaves it empty.
+    operation->setSignInCompletionBlock(
+        [this, &outcome](std::optional<std::string>, std::optional<Scopes> scopes, ErrorRef e) {
+          outcome.scopes = std::move(scopes);
+          outcome.error = std::move(e);
+          rearmExpiryTimer();
+        });
+    runAndWait(operation);
+    store(error, outcome.error);
+    return outcome.scopes;
+  }
+
+  void startSignIn(const std::shared_ptr<RequestAccessTokenOperation>& operation, Queue queue,
+                   SignInCompletion completion) {
+    operation->setSignInCompletionBlock(
+        [this, queue, completion](std::optional<std::string> username, std::optional<Scopes> scopes,
+                                  ErrorRef error) {
+          if (queue && completion) {
+            queue->addOperationWithBlock(
+                [completion, username, scopes, error] { completion(username, scopes, error); });
+          }
+          rearmExpiryTimer();
+        });
+    operationQueue->addOperation(operation);
+  }
+
+  std::optional<Scopes> signInSync(const std::optional<std::string>& username,
+                                   std::optional<std::string> password,
+                                   std::optional<Scopes> scopes, std::optional<std::string> realmId,
+                                   std::optional<std::string> namespaceId, ErrorRef* error) {
+    validateScopes(scopes);
+    if (refusedAsBusy(error)) return std::nullopt;
+    return runSignIn(passwordOperation(username, std::move(password), std::move(scopes),
+                                       std::move(realmId), std::move(namespaceId)),
+                     error);
+  }
+
+  void signInAsync(const std::optional<std::string>& username, std::optional<std::string> password,
+                   std::optional<Scopes> scopes, std::optional<std::string> realmId,
+                   std::optional<std::string> namespaceId, Queue queue,
+                   SignInCompletion completion) {
+    validateScopes(scopes);
+    if (refusedAsBusy(queue, completion, std::optional<std::string>(), std::optional<Scopes>())) {
+      return;
+    }
+    startSignIn(passwordOperation(username, std::move(password), std::move(scopes),
+                                  std::move(realmId), std::move(namespaceId)),
+                std::move(queue), std::move(completion));
+  }
+
+  // Code exchange: no scope validation and no trimming; the user name comes
+  // from the redirect (absent for a code obtained otherwise) and replaces
+  // the stored one on success.
+  std::optional<Scopes> codeSignInSync(std::optional<std::string> authorizationCode,
+                                       std::optional<Url> redirectUrl,
+                                       std::optional<std::string> username, ErrorRef* error) {
+    if (refusedAsBusy(error)) return std::nullopt;
+    return runSignIn(
+        codeOperation(std::move(authorizationCode), std::move(redirectUrl), std::move(username)),
+        error);
+  }
+
+  void codeSignInAsync(std::optional<std::string> authorizationCode, std::optional<Url> redirectUrl,
+                       std::optional<std::string> username, Queue queue,
+                       SignInCompletion completion) {
+    if (refusedAsBusy(queue, completion, std::optional<std::string>(), std::optional<Scopes>())) {
+      return;
+    }
+    startSignIn(
+        codeOperation(std::move(authorizationCode), std::move(redirectUrl), std::move(username)),
+        std::move(queue), std::move(completion));
+  }
+
+  // Refresh waits its turn behind queued work instead of refusing, and is
+  // the only exchange that sends the client context unasked.
+  std::shared_ptr<RefreshAccessTokenOperation> refreshOperation(
+      std::optional<Scopes> scopes) const {
+    auto operation = std::make_shared<RefreshAccessTokenOperation>();
+    configureTokenRequest(*operation);
+    operation->setScopes(std::move(scopes));
+    operation->setAlwaysSendClientContext(__alwaysSendClientContext.load());
+    return operation;
+  }
+
+  std::optional<Scopes> refreshSync(std::optional<Scopes> scopes, ErrorRef* error) {
+    validateScopes(scopes);
+    auto operation = refreshOperation(std::move(scopes));
+    struct Outcome {
+      std::optional<Scopes> scopes;
+      ErrorRef error;
+    } outcome;
+    operation->setRefreshAccessTokenCompletionBlock(
+        [this, &outcome](std::optional<Scopes> granted, ErrorRef e) {
+          outcome.scopes = std::move(granted);
+          outcome.error = std::move(e);
+          rearmExpiryTimer();
+        });
+    runAndWait(operation);
+    store(error, outcome.error);
+    return outcome.scopes;
+  }
+
+  void refreshAsync(std::optional<Scopes> scopes, Queue queue, RefreshCompletion completion) {
+    validateScopes(scopes);
+    auto operation = refreshOperation(std::move(scopes));
+    operation->setRefreshAccessTokenCompletionBlock(
+        [this, queue, completion](std::optional<Scopes> granted, ErrorRef error) {
+          if (queue && completion) {
+            queue->addOperationWithBlock(
+                [completion, granted, error] { completion(granted, error); });
+          }
+          rearmExpiryTimer();
+        });
+    operationQueue->addOperation(operation);
+  }
+
+  // On the private queue, behind everything queued before it. The tasks it
+  // posts read the record, never the client, so they may run after the
+  // client is gone.
+  void checkAuthorizationOnQueue(const Queue& queue, const CheckCompletion& completion) {
+    const AuthorizationState state = this->state();
+    const std::shared_ptr<SecureData> record = secureData;
+    if (state != AuthorizationStateRefreshRequired) {
+      if (queue && completion) {
+        queue->addOperationWithBlock([record, state, completion] {
+          if (state == AuthorizationStateAuthorized) {
+            completion(state, authorizationHeaders(*record), nullptr);
+          } else {
+            completion(state, std::nullopt, nullptr);
+          }
+        });
+      }
+      return;
+    }
+    refreshAsync(
+        std::nullopt, queue, [record, queue, completion](std::optional<Scopes>, ErrorRef error) {
+          if (!queue || !completion) return;
+          queue->addOperationWithBlock([record, completion, error] {
+            // A successful refresh reports 3 as such, not a recomputed state.
+            if (!error) {
+              completion(AuthorizationStateAuthorized, authorizationHeaders(*record), nullptr);
+            } else {
+              completion(CredentialValidity::authorizationState(*record), std::nullopt, error);
+            }
+          });
+        });
+  }
+
+  std::shared_ptr<RevokeOperation> revokeOperation() const {
+    auto operation = std::make_shared<RevokeOperation>();
+    configure(*operation);
+    return operation;
+  }
+
+  std::atomic<VelmorAuthorizationClientDelegate*> delegate{nullptr};
+  // The application's own field; the client never reads it.
+  std::optional<std::string> applicationUsername;
+  const Url authorizationServerBaseUrl;
+  const std::shared_ptr<SecureData> secureData;
+  const std::shared_ptr<OperationQueue> operationQueue;
+  RefreshTokenExpiryTimer refreshTokenExpirationTimer;
+  // The web sign-in whose redirect is awaited; the caller's thread only.
+  std::shared_ptr<RequestSignInViaWebTransaction> currentRequestSignInViaWebTransaction;
+};
+
+VelmorAuthorizationClient::VelmorAuthorizationClient(std::optional<Url> authorizationServerBaseUrl,
+                                                     std::optional<std::string> appToken,
+                                                     std::optional<Data> encryptionKey) {
+  logCall("-[VelmorAuthorizationClient initWithAuthorizationServerBaseUrl:appToken:encryptionKey:]",
+          {object(ClientLogText::of(authorizationServerBaseUrl)), object(appToken),
+           object(ClientLogText::of(encryptionKey))});
+  ParamValidator::checkIsNotNil(authorizationServerBaseUrl, "serverBaseUrl");
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(appToken, "token");
+  impl_ = std::make_unique<Impl>(*this, std::move(*authorizationServerBaseUrl), *appToken,
+                                 std::move(encryptionKey), 0);
+}
+
+VelmorAuthorizationClient::VelmorAuthorizationClient(std::optional<Url> authorizationServerBaseUrl,
+                                                     std::optional<std::string> appToken,
+                                                     std::optional<Data> encryptionKey,
+                                                     std::uint64_t authorizedIdentitySlot) {
+  logCall(
+      "-[VelmorAuthorizationClient "
+      "initWithAuthorizationServerBaseUrl:appToken:encryptionKey:authorizedIdentitySlot:]",
+      {object(ClientLogText::of(authorizationServerBaseUrl)), object(appToken),
+       object(ClientLogText::of(encryptionKey)),
+       LogArgument::unsignedInteger(authorizedIdentitySlot)});
+  ParamValidator::checkIsNotNil(authorizationServerBaseUrl, "serverBaseUrl");
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(appToken, "token");
+  checkSeconds(authorizedIdentitySlot, "authorizedIdentitySlot");
+  impl_ = std::make_unique<Impl>(*this, std::move(*authorizationServerBaseUrl), *appToken,
+                                 std::move(encryptionKey), authorizedIdentitySlot);
+}
+
+VelmorAuthorizationClient::~VelmorAuthorizationClient() {
+  // Completions of queued exchanges re-arm the timer, so the queue drains
+  // first; after stop() no timer action reaches this object.
+  impl_->operationQueue->waitUntilAllOperationsAreFinished();
+  impl_->refreshTokenExpirationTimer.stop();
+}
+
+Data VelmorAuthorizationClient::generateEncryptionKey() {
+  logInfo(stringWithFormat("%s", "+[VelmorAuthorizationClient generateEncryptionKey]"));
+  const Data salt = CryptoUtility::randomSalt();
+  std::uint32_t actualRoundCount = 0;
+  // The password is random and thrown away: only the key matters, and the
+  // application keeps it.
+  return CryptoUtility::generateAesKeyForPassword(Uuid::randomLowercaseString(), salt, 0,
+                                                  &actualRoundCount);
+}
+
+VelmorAuthorizationClientDelegate* VelmorAuthorizationClient::delegate() const {
+  logCall("-[VelmorAuthorizationClient delegate]");
+  return impl_->delegate.load();
+}
+
+void VelmorAuthorizationClient::setDelegate(VelmorAuthorizationClientDelegate* delegate) {
+  logCall("-[VelmorAuthorizationClient setDelegate:]", {object(ClientLogText::of(delegate))});
+  impl_->delegate.store(delegate);
+}
+
+void VelmorAuthorizationClient::changeEncryptionKey(std::optional<Data> encryptionKey) {
+  logCall("-[VelmorAuthorizationClient changeEncryptionKey:]",
+          {object(ClientLogText::of(encryptionKey))});
+  impl_->secureData->changeAesEncryptionKey(std::move(encryptionKey));
+}
+
+void VelmorAuthorizationClient::deleteAllData() {
+  logCall("-[VelmorAuthorizationClient deleteAllData]");
+  impl_->secureData->deleteAll();
+}
+
+AuthorizationState VelmorAuthorizationClient::authorizationState() {
+  logCall("-[VelmorAuthorizationClient authorizationState]");
+  return impl_->state();
+}
+
+bool VelmorAuthorizationClient::hasUsername() {
+  logCall("-[VelmorAuthorizationClient hasUsername]");
+  return impl_->secureData->username().has_value();
+}
+
+std::optional<std::string> VelmorAuthorizationClient::username() {
+  logCall("-[VelmorAuthorizationClient username]");
+  return impl_->secureData->username();
+}
+
+void VelmorAuthorizationClient::setUsername(std::optional<std::string> username) {
+  logCall("-[VelmorAuthorizationClient setUsername:]", {object(username)});
+  impl_->applicationUsername = std::move(username);
+}
+
+// Read on every exchange, so it alone stays out of the log.
+std::uint64_t VelmorAuthorizationClient::simulatedNetworkDelayInterval() const {
+  return __simulatedNetworkDelayInterval.load();
+}
+
+void VelmorAuthorizationClient::setSimulatedNetworkDelayInterval(std::uint64_t seconds) {
+  logCall("-[VelmorAuthorizationClient setSimulatedNetworkDelayInterval:]",
+          {LogArgument::unsignedInteger(seconds)});
+  checkSeconds(seconds, "simulatedNetworkDelayInterval");
+  __simulatedNetworkDelayInterval.store(seconds);
+}
+
+std::uint64_t VelmorAuthorizationClient::accessTokenExpirationOverride() const {
+  logCall("-[VelmorAuthorizationClient accessTokenExpirationOverride]");
+  return __accessTokenExpirationOverride.load();
+}
+
+void VelmorAuthorizationClient::setAccessTokenExpirationOverride(std::uint64_t seconds) {
+  logCall("-[VelmorAuthorizationClient setAccessTokenExpirationOverride:]",
+          {LogArgument::unsignedInteger(seconds)});
+  checkSeconds(seconds, "accessTokenExpirationOverride");
+  __accessTokenExpirationOverride.store(seconds);
+}
+
+std::uint64_t VelmorAuthorizationClient::refreshTokenExpirationOverride() const {
+  logCall("-[VelmorAuthorizationClient refreshTokenExpirationOverride]");
+  return __refreshTokenExpirationOverride.load();
+}
+
+void VelmorAuthorizationClient::setRefreshTokenExpirationOverride(std::uint64_t seconds) {
+  logCall("-[VelmorAuthorizationClient setRefreshTokenExpirationOverride:]",
+          {LogArgument::unsignedInteger(seconds)});
+  checkSeconds(seconds, "refreshTokenExpirationOverride");
+  __refreshTokenExpirationOverride.store(seconds);
+}
+
+bool VelmorAuthorizationClient::alwaysSendClientContext() const {
+  logCall("-[VelmorAuthorizationClient alwaysSendClientContext]");
+  return __alwaysSendClientContext.load();
+}
+
+void VelmorAuthorizationClient::setAlwaysSendClientContext(bool always) {
+  logCall("-[VelmorAuthorizationClient setAlwaysSendClientContext:]",
+          {LogArgument::yesNo(always ? 1 : 0)});
+  __alwaysSendClientContext.store(always);
+}
+
+void VelmorAuthorizationClient::usernameMinLength(std::uint64_t* minLength,
+                                                  std::uint64_t* maxLength) {
+  logCall("+[VelmorAuthorizationClient usernameMinLength:maxLength:]",
+          {LogArgument::pointerTo("^Q", minLength), LogArgument::pointerTo("^Q", maxLength)});
+  ParamValidator::checkIsNotNilPointer(minLength, "minLength");
+  ParamValidator::checkIsNotNilPointer(maxLength, "maxLength");
+  *minLength = kMinimumCredentialLength;
+  *maxLength = kMaximumCredentialLength;
+}
+
+void VelmorAuthorizationClient::passwordMinLength(std::uint64_t* minLength,
+                                                  std::uint64_t* maxLength) {
+  logCall("+[VelmorAuthorizationClient passwordMinLength:maxLength:]",
+          {LogArgument::pointerTo("^Q", minLength), LogArgument::pointerTo("^Q", maxLength)});
+  ParamValidator::checkIsNotNilPointer(minLength, "minLength");
+  ParamValidator::checkIsNotNilPointer(maxLength, "maxLength");
+  *minLength = kMinimumCredentialLength;
+  *maxLength = kMaximumCredentialLength;
+}
+
+bool VelmorAuthorizationClient::isUsernameValid(const std::optional<std::string>& username) {
+  logCall("+[VelmorAuthorizationClient isUsernameValid:]", {object(username)});
+  return hasValidLength(username, &VelmorAuthorizationClient::usernameMinLength);
+}
+
+bool VelmorAuthorizationClient::isPasswordValid(const std::optional<std::string>& password) {
+  // A password is a secret like any other: starred below the sensitive level.
+  logCall("+[VelmorAuthorizationClient isPasswordValid:]",
+          {object(SignInLogLine().password(password))});
+  return hasValidLength(password, &VelmorAuthorizationClient::passwordMinLength);
+}
+
+std::u16string VelmorAuthorizationClient::internalUsernameExcludedCharacterSet() {
+  logCall("+[VelmorAuthorizationClient internalUsernameExcludedCharacterSet]");
+  return kUsernameExcludedCharacters;
+}
+
+// Called by the host often (on every wake), so it writes no line.
+void VelmorAuthorizationClient::applicationDidBecomeActive() {
+  impl_->refreshTokenExpirationTimer.applicationDidBecomeActive();
+}
+
+bool VelmorAuthorizationClient::activate(ErrorRef* error) {
+  logCall("-[VelmorAuthorizationClient activate:]", {location(error)});
+  if (impl_->refusedAsBusy(error)) return false;
+  auto operation = std::make_shared<ActivateClientOperation>();
+  impl_->configure(*operation);
+  ErrorRef outcome;
+  operation->setActivateCompletionBlock([&outcome](ErrorRef e) { outcome = std::move(e); });
+  impl_->runAndWait(operation);
+  store(error, outcome);
+  return !outcome;
+}
+
+void VelmorAuthorizationClient::activateAsync(Queue queue, ActivateCompletion completion) {
+  logCall("-[VelmorAuthorizationClient activateAsync:completion:]",
+          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  if (impl_->refusedAsBusy(queue, completion)) return;
+  auto operation = std::make_shared<ActivateClientOperation>();
+  impl_->configure(*operation);
+  operation->setActivateCompletionBlock([queue, completion](ErrorRef error) {
+    if (queue && completion)
+      queue->addOperationWithBlock([completion, error] { completion(error); });
+  });
+  impl_->operationQueue->addOperation(operation);
+}
+
+std::optional<Scopes> VelmorAuthorizationClient::signIn(ErrorRef* error) {
+  logCall("-[VelmorAuthorizationClient signIn:]", {location(error)});
+  return impl_->signInSync(std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt,
+                           error);
+}
+
+void VelmorAuthorizationClient::signInAsync(Queue queue, SignInCompletion completion) {
+  logCall("-[VelmorAuthorizationClient signInAsync:completion:]",
+          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  impl_->signInAsync(std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt,
+                     std::move(queue), std::move(completion));
+}
+
+std::optional<Scopes> VelmorAuthorizationClient::signInWithUsername(
+    std::optional<std::string> username, std::optional<std::string> password, ErrorRef* error) {
+  const SignInLogLine line;
+  line.write("%s username: '%@' password: '%@' error: '0x%p'",
+             "-[VelmorAuthorizationClient signInWithUsername:password:error:]", username,
+             line.password(password), static_cast<const void*>(error));
+  checkCredentials(username, password);
+  return impl_->signInSync(username, std::move(password), std::nullopt, std::nullopt, std::nullopt,
+                           error);
+}
+
+void VelmorAuthorizationClient::signInAsyncWithUsername(std::optional<std::string> username,
+                                                        std::optional<std::string> password,
+                                                        Queue queue, SignInCompletion completion) {
+  const SignInLogLine line;
+  line.write("%s username: '%@' password: '%@' queue: '%@' completion: '%@'",
+             "-[VelmorAuthorizationClient signInAsyncWithUsername:password:queue:completion:]",
+             username, line.password(password), ClientLogText::of(queue),
+             ClientLogText::ofCompletion(bool(completion)));
+  checkCredentials(username, password);
+  impl_->signInAsync(username, std::move(password), std::nullopt, std::nullopt, std::nullopt,
+                     std::move(queue), std::move(completion));
+}
+
+std::optional<Scopes> VelmorAuthorizationClient::signInWithUsername(
+    std::optional<std::string> username, std::optional<std::string> password,
+    std::optional<Scopes> scopes, ErrorRef* error) {
+  const SignInLogLine line;
+  line.write("%s username: '%@' password: '%@' scopes: '%@' error: '0x%p'",
+             "-[VelmorAuthorizationClient signInWithUsername:password:scopes:error:]", username,
+             line.password(password), ClientLogText::of(scopes), static_cast<const void*>(error));
+  checkCredentials(username, password);
+  return impl_->signInSync(username, std::move(password), std::move(scopes), std::nullopt,
+                           std::nullopt, error);
+}
+
+void VelmorAuthorizationClient::signInAsyncWithUsername(std::optional<std::string> username,
+                                                        std::optional<std::string> password,
+                                                        std::optional<Scopes> scopes, Queue queue,
+                                                        SignInCompletion completion) {
+  const SignInLogLine line;
+  line.write(
+      "%s username: '%@' password: '%@' scopes: '%@' queue: '%@' completion: '%@'",
+      "-[VelmorAuthorizationClient signInAsyncWithUsername:password:scopes:queue:completion:]",
+      username, line.password(password), ClientLogText::of(scopes), ClientLogText::of(queue),
+      ClientLogText::ofCompletion(bool(completion)));
+  checkCredentials(username, password);
+  impl_->signInAsync(username, std::move(password), std::move(scopes), std::nullopt, std::nullopt,
+                     std::move(queue), std::move(completion));
+}
+
+std::optional<Scopes> VelmorAuthorizationClient::signInWithUsername(
+    std::optional<std::string> username, std::optional<std::string> password,
+    std::optional<Scopes> scopes, std::optional<std::string> realmId,
+    std::optional<std::string> namespaceId, ErrorRef* error) {
+  const SignInLogLine line;
+  line.write(
+      "%s username: '%@' password: '%@' scopes: '%@' realmId: '%@' namespaceId: '%@' error: "
+      "'0x%p'",
+      "-[VelmorAuthorizationClient signInWithUsername:password:scopes:realmId:namespaceId:error:]",
+      username, line.password(password), ClientLogText::of(scopes), realmId, namespaceId,
+      static_cast<const void*>(error));
+  checkCredentials(username, password);
+  return impl_->signInSync(username, std::move(password), std::move(scopes), std::move(realmId),
+                           std::move(namespaceId), error);
+}
+
+void VelmorAuthorizationClient::signInAsyncWithUsername(std::optional<std::string> username,
+                                                        std::optional<std::string> password,
+                                                        std::optional<Scopes> scopes,
+                                                        std::optional<std::string> realmId,
+                                                        std::optional<std::string> namespaceId,
+                                                        Queue queue, SignInCompletion completion) {
+  const SignInLogLine line;
+  line.write(
+      "%s username: '%@' password: '%@' scopes: '%@' realmId: '%@' namespaceId: '%@' queue: "
+      "'%@' completion: '%@'",
+      "-[VelmorAuthorizationClient "
+      "signInAsyncWithUsername:password:scopes:realmId:namespaceId:queue:completion:]",
+      username, line.password(password), ClientLogText::of(scopes), realmId, namespaceId,
+      ClientLogText::of(queue), ClientLogText::ofCompletion(bool(completion)));
+  checkCredentials(username, password);
+  impl_->signInAsync(username, std::move(password), std::move(scopes), std::move(realmId),
+                     std::move(namespaceId), std::move(queue), std::move(completion));
+}
+
+std::optional<Scopes> VelmorAuthorizationClient::refreshAccessToken(ErrorRef* error) {
+  logCall("-[VelmorAuthorizationClient refreshAccessToken:]", {location(error)});
+  return impl_->refreshSync(std::nullopt, error);
+}
+
+void VelmorAuthorizationClient::refreshAccessTokenAsync(Queue queue, RefreshCompletion completion) {
+  logCall("-[VelmorAuthorizationClient refreshAccessTokenAsync:completion:]",
+          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  impl_->refreshAsync(std::nullopt, std::move(queue), std::move(completion));
+}
+
+std::optional<Scopes> VelmorAuthorizationClient::refreshAccessTokenWithScopes(
+    std::optional<Scopes> scopes, ErrorRef* error) {
+  logCall("-[VelmorAuthorizationClient refreshAccessTokenWithScopes:error:]",
+          {object(ClientLogText::of(scopes)), location(error)});
+  return impl_->refreshSync(std::move(scopes), error);
+}
+
+void VelmorAuthorizationClient::refreshAccessTokenAsyncWithScopes(std::optional<Scopes> scopes,
+                                                                  Queue queue,
+                                                                  RefreshCompletion completion) {
+  logCall("-[VelmorAuthorizationClient refreshAccessTokenAsyncWithScopes:queue:completion:]",
+          {object(ClientLogText::of(scopes)), object(ClientLogText::of(queue)),
+           completionArgument(bool(completion))});
+  impl_->refreshAsync(std::move(scopes), std::move(queue), std::move(completion));
+}
+
+void VelmorAuthorizationClient::refreshTokenExpired() {
+  logInfo(stringWithFormat("%s", "-[VelmorAuthorizationClient refreshTokenExpired:]"));
+  // A client that still holds a valid access token is not signed out, even
+  // though its refresh token lapsed.
+  if (impl_->state() != AuthorizationStateSignInRequired) return;
+  if (VelmorAuthorizationClientDelegate* target = impl_->delegate.load()) {
+    target->velmorAuthorizationClientDidSignOut(*this);
+  }
+}
+
+AuthorizationState VelmorAuthorizationClient::checkAuthorization(std::optional<Dictionary>* headers,
+                                                                 ErrorRef* error) {
+  logCall("-[VelmorAuthorizationClient checkAuthorization:error:]",
+          {location(headers), location(error)});
+  switch (impl_->state()) {
+    case AuthorizationStateRefreshRequired: {
+      ErrorRef refreshError;
+      impl_->refreshSync(std::nullopt, &refreshError);
+      // Filled even when the refresh failed, as callers have always found it.
+      if (headers != nullptr) *headers = authorizationHeaders(*impl_->secureData);
+      store(error, refreshError);
+      return impl_->state();
+    }
+    case AuthorizationStateAuthorized:
+      if (headers != nullptr) *headers = authorizationHeaders(*impl_->secureData);
+      store(error, nullptr);
+      return AuthorizationStateAuthorized;
+    default:
+      store(error, nullptr);
+      return impl_->state();
+  }
+}
+
+void VelmorAuthorizationClient::checkAuthorizationAsync(Queue queue, CheckCompletion completion) {
+  logCall("-[VelmorAuthorizationClient checkAuthorizationAsync:completion:]",
+          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  Impl* impl = impl_.get();
+  impl_->operationQueue->addOperationWithBlock(
+      [impl, queue, completion] { impl->checkAuthorizationOnQueue(queue, completion); });
+}
+
+Dictionary VelmorAuthorizationClient::webRequestAuthorizationHeaders() {
+  logCall("-[VelmorAuthorizationClient webRequestAuthorizationHeaders]");
+  return authorizationHeaders(*impl_->secureData);
+}
+
+bool VelmorAuthorizationClient::hasAuthorizationFailureResponse(
+    const std::shared_ptr<HttpUrlResponse>& response) {
+  logCall("-[VelmorAuthorizationClient hasAuthorizationFailureResponse:]",
+          {object(ClientLogText::of(response))});
+  logInfo(stringWithFormat(
+      "%@", response ? std::optional<std::string>(Value(response->allHeaderFields()).description())
+                     : std::nullopt));
+  return ApplicationHttpTransaction::hasAuthorizationFailureResponse(response);
+}
+
+ErrorRef VelmorAuthorizationClient::handleAuthorizationFailureResponse(
+    const std::shared_ptr<HttpUrlResponse>& response) {
+  logCall("-[VelmorAuthorizationClient handleAuthorizationFailureResponse:]",
+          {object(ClientLogText::of(response))});
+  ApplicationHttpTransaction transaction(impl_->secureData);
+  return transaction.handleAuthorizationFailureResponse(response);
+}
+
+bool VelmorAuthorizationClient::signOut(ErrorRef* error) {
+  logCall("-[VelmorAuthorizationClient signOut:]", {location(error)});
+  impl_->operationQueue->cancelAllOperations();
+  if (impl_->state() == AuthorizationStateSignInRequired) {
+    store(error, nullptr);
+    return true;
+  }
+  // State 1 revokes too: whatever tokens a half-registered record holds go.
+  auto operation = impl_->revokeOperation();
+  ErrorRef outcome;
+  operation->setSignOutCompletionBlock([&outcome](ErrorRef e) { outcome = std::move(e); });
+  impl_->runAndWait(operation);
+  store(error, outcome);
+  return !outcome;
+}
+
+void VelmorAuthorizationClient::signOutAsync(Queue queue, SignOutCompletion completion) {
+  logCall("-[VelmorAuthorizationClient signOutAsync:completion:]",
+          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  impl_->operationQueue->cancelAllOperations();
+  if (impl_->state() == AuthorizationStateSignInRequired) {
+    if (queue && completion) queue->addOperationWithBlock([completion] { completion(nullptr); });
+    return;
+  }
+  auto operation = impl_->revokeOperation();
+  operation->setSignOutCompletionBlock([queue, completion](ErrorRef error) {
+    if (queue && completion)
+      queue->addOperationWithBlock([completion, error] { completion(error); });
+  });
+  impl_->operationQueue->addOperation(operation);
+}
+
+std::optional<HttpRequest> VelmorAuthorizationClient::createWebSignInRequestWithBaseUrl(
+    std::optional<Url> baseUrl, std::optional<Url> redirectUrl, std::optional<Scopes> scopes,
+    std::optional<Dictionary> extraParameters, ErrorRef* error) {
+  logCall(
+      "-[VelmorAuthorizationClient "
+      "createWebSignInRequestWithBaseUrl:redirectUrl:scopes:extraParameters:error:]",
+      {object(ClientLogText::of(baseUrl)), object(ClientLogText::of(redirectUrl)),
+       object(ClientLogText::of(scopes)), object(ClientLogText::of(extraParameters)),
+       location(error)});
+  ParamValidator::checkIsNotNil(baseUrl, "baseUrl");
+  ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
+  if (impl_->state() == AuthorizationStateActivationRequired) {
+    store(error, clientError(kClientErrorInvalidOperation));
+    return std::nullopt;
+  }
+  auto transaction = std::make_shared<RequestSignInViaWebTransaction>(impl_->secureData);
+  transaction->setScopes(std::move(scopes));
+  transaction->setExtraParameters(std::move(extraParameters));
+  std::optional<HttpRequest> request = transaction->generateRequest(*baseUrl, *redirectUrl);
+  impl_->currentRequestSignInViaWebTransaction = std::move(transaction);
+  return request;
+}
+
+std::optional<Scopes> VelmorAuthorizationClient::signInWithWebAuthorizationResponse(
+    std::optional<Url> responseUrl, ErrorRef* error) {
+  const SignInLogLine line;
+  line.write("%s responseUrl: '%@' error: '0x%p'",
+             "-[VelmorAuthorizationClient signInWithWebAuthorizationResponse:error:]",
+             line.secret(ClientLogText::of(responseUrl)), static_cast<const void*>(error));
+  ParamValidator::checkIsNotNil(responseUrl, "responseUrl");
+  const std::shared_ptr<RequestSignInViaWebTransaction> transaction =
+      impl_->currentRequestSignInViaWebTransaction;
+  if (!transaction) {
+    store(error, clientError(kClientErrorNoWebSignInRequest));
+    return std::nullopt;
+  }
+  std::optional<std::string> code;
+  std::optional<Url> redirectUrl;
+  std::optional<std::string> username;
+  ErrorRef failure = transaction->handleResponse(*responseUrl, &code, &redirectUrl, &username);
+  // The location is mandatory here; a null one is tolerated, not written.
+  store(error, failure);
+  if (failure) return std::nullopt;
+  impl_->currentRequestSignInViaWebTransaction.reset();
+  return impl_->codeSignInSync(std::move(code), std::move(redirectUrl), std::move(username), error);
+}
+
+void VelmorAuthorizationClient::signInAsyncWithWebAuthorizationResponse(
+    std::optional<Url> responseUrl, Queue queue, SignInCompletion completion) {
+  const SignInLogLine line;
+  line.write(
+      "%s responseUrl: '%@' queue: '%@'",
+      "-[VelmorAuthorizationClient signInAsyncWithWebAuthorizationResponse:queue:completion:]",
+      line.secret(ClientLogText::of(responseUrl)), ClientLogText::of(queue));
+  ParamValidator::checkIsNotNil(responseUrl, "responseUrl");
+  ParamValidator::checkIsNotNil(queue, "queue");
+  // Kept as current even on success, unlike the synchronous form: only the
+  // next request replaces it.
+  const std::shared_ptr<RequestSignInViaWebTransaction> transaction =
+      impl_->currentRequestSignInViaWebTransaction;
+  ErrorRef failure;
+  std::optional<std::string> code;
+  std::optional<Url> redirectUrl;
+  std::optional<std::string> username;
+  if (!transaction) {
+    failure = clientError(kClientErrorNoWebSignInRequest);
+  } else {
+    failure = transaction->handleResponse(*responseUrl, &code, &redirectUrl, &username);
+  }
+  if (failure) {
+    if (completion) {
+      queue->addOperationWithBlock(
+          [completion, failure] { completion(std::nullopt, std::nullopt, failure); });
+    }
+    return;
+  }
+  impl_->codeSignInAsync(std::move(code), std::move(redirectUrl), std::move(username),
+                         std::move(queue), std::move(completion));
+}
+
+std::optional<Scopes> VelmorAuthorizationClient::signInWithAuthorizationCode(
+    std::optional<std::string> authorizationCode, std::optional<Url> redirectUrl, ErrorRef* error) {
+  const SignInLogLine line;
+  line.write("%s authorizationCode: '%@' redirectUrl: '%@' error: '0x%p'",
+             "-[VelmorAuthorizationClient signInWithAuthorizationCode:redirectUrl:error:]",
+             line.secret(authorizationCode), redirectUrl, static_cast<const void*>(error));
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(authorizationCode, "authorizationCode");
+  ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
+  return impl_->codeSignInSync(std::move(authorizationCode), std::move(redirectUrl), std::nullopt,
+                               error);
+}
+
+void VelmorAuthorizationClient::signInAsyncWithAuthorizationCode(
+    std::optional<std::string> authorizationCode, std::optional<Url> redirectUrl, Queue queue,
+    SignInCompletion completion) {
+  const SignInLogLine line;
+  line.write(
+      "%s authorizationCode: '%@' redirectUrl: '%@' queue: '%@'",
+      "-[VelmorAuthorizationClient signInAsyncWithAuthorizationCode:redirectUrl:queue:completion:]",
+      line.secret(authorizationCode), redirectUrl, ClientLogText::of(queue));
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(authorizationCode, "authorizationCode");
+  ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
+  ParamValidator::checkIsNotNil(queue, "queue");
+  impl_->codeSignInAsync(std::move(authorizationCode), std::move(redirectUrl), std::nullopt,
+                         std::move(queue), std::move(completion));
+}
+
+}  // namespace velmor

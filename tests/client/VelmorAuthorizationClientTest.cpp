@@ -1,0 +1,280 @@
+#include "velmor/VelmorAuthorizationClient.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/BusyTimerThread.h"
+#include "client/SignOutCounter.h"
+#include "storage/SecureData.h"
+#include "testing/FakeHttpClient.h"
+#include "testing/RecordingLoggerDelegate.h"
+#include "testing/ScopedSecretStore.h"
+#include "velmor/Exception.h"
+#include "velmor/MemorySecretStore.h"
+#include "velmor/VelmorAuthorizationError.h"
+
+namespace velmor {
+namespace {
+
+using namespace std::chrono_literals;
+using Scopes = VelmorAuthorizationClient::Scopes;
+
+constexpr char kBase[] = "https://auth.example/api/";
+constexpr char kToken[] = "app-token";
+const Data kKey(32, 7);
+
+std::string pointerText(const void* pointer) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%p", pointer);
+  return text;
+}
+
+struct ThrowCase {
+  const char* name;
+  std::function<void()> call;
+  const char* exceptionName;
+  std::string reason;
+};
+
+void expectThrows(const ThrowCase& c) {
+  SCOPED_TRACE(c.name);
+  try {
+    c.call();
+    ADD_FAILURE() << "nothing thrown";
+  } catch (const Exception& e) {
+    EXPECT_EQ(e.name(), c.exceptionName);
+    EXPECT_EQ(e.reason(), c.reason);
+  }
+}
+
+class VelmorAuthorizationClientTest : public ::testing::Test {
+ protected:
+  VelmorAuthorizationClientTest() { HttpClient::setDefault(http_); }
+  ~VelmorAuthorizationClientTest() override {
+    HttpClient::setDefault(nullptr);
+    __accessTokenExpirationOverride = 0;
+    __alwaysSendClientContext = false;
+  }
+
+  std::unique_ptr<VelmorAuthorizationClient> makeClient(std::uint64_t slot = 0) {
+    return std::make_unique<VelmorAuthorizationClient>(Url::withString(kBase), kToken, kKey, slot);
+  }
+
+  // The client's record, through the same store.
+  void storeRecord(std::chrono::seconds accessLeft, std::chrono::seconds refreshLeft) {
+    const auto now = std::chrono::system_clock::now();
+    record_.setClientId("cid");
+    record_.setClientSecret("secret");
+    record_.setAccessToken("access-0");
+    record_.setAccessTokenValidStartDateTime(now - 60s);
+    record_.setAccessTokenValidEndDateTime(now + accessLeft);
+    record_.setRefreshToken("refresh-0");
+    record_.setRefreshTokenValidStartDateTime(now - 60s);
+    record_.setRefreshTokenValidEndDateTime(now + refreshLeft);
+  }
+
+  test::ScopedSecretStore store_{std::make_shared<MemorySecretStore>()};
+  std::shared_ptr<test::FakeHttpClient> http_ = std::make_shared<test::FakeHttpClient>();
+  SecureData record_{"auth.example", kToken, kKey, 0};
+};
+
+TEST_F(VelmorAuthorizationClientTest, ConstructionChecksInOrderAndToleratesPlainHttp) {
+  const std::optional<Url> base = Url::withString(kBase);
+  const ThrowCase cases[] = {
+      {"no URL, no token", [] { VelmorAuthorizationClient(std::nullopt, std::nullopt, kKey); },
+       "NSInvalidArgumentException", "serverBaseUrl must not be nil"},
+      {"no token", [&] { VelmorAuthorizationClient(base, std::nullopt, kKey, 1); },
+       "NSInvalidArgumentException", "token must not be nil"},
+      {"blank token reads past its end",
+       [&] { VelmorAuthorizationClient(base, std::string("  "), kKey); }, "NSRangeException",
+       "Index 2 out of bounds; string length 2"},
+      {"slot 2^63", [&] { VelmorAuthorizationClient(base, std::string(kToken), kKey, 1ull << 63); },
+       "NSRangeException",
+       "Value of authorizedIdentitySlot, -9223372036854775808, is not greater than -1"},
+  };
+  for (const ThrowCase& c : cases) expectThrows(c);
+
+  test::RecordingLoggerDelegate log;
+  test::ScopedLogger scoped(VelmorAuthorizationLogger::kLevelError, &log);
+  VelmorAuthorizationClient secure(Url::withString("HTTPS://auth.example/"), kToken, kKey);
+  EXPECT_TRUE(log.messages().empty());
+  VelmorAuthorizationClient plain(Url::withString("http://auth.example/"), kToken, kKey);
+  EXPECT_EQ(log.messages(), std::vector<std::string>{"ERROR\tInsecure URL provided as parameter"});
+  storeRecord(3600s, 3600s);
+  EXPECT_EQ(plain.authorizationState(), AuthorizationStateAuthorized);
+}
+
+TEST_F(VelmorAuthorizationClientTest, SettingsAreSharedByEveryClientAndRangeChecked) {
+  auto a = makeClient();
+  auto b = makeClient(1);
+  a->setAccessTokenExpirationOverride(31);
+  a->setAlwaysSendClientContext(true);
+  EXPECT_EQ(b->accessTokenExpirationOverride(), 31u);
+  EXPECT_TRUE(b->alwaysSendClientContext());
+  expectThrows({"2^64 - 1", [&] { a->setSimulatedNetworkDelayInterval(~0ull); }, "NSRangeException",
+                "Value of simulatedNetworkDelayInterval, -1, is not greater than -1"});
+  expectThrows({"2^63", [&] { a->setRefreshTokenExpirationOverride(1ull << 63); },
+                "NSRangeException",
+                "Value of refreshTokenExpirationOverride, -9223372036854775808, is not greater "
+                "than -1"});
+  EXPECT_EQ(b->simulatedNetworkDelayInterval(), 0u);
+}
+
+TEST_F(VelmorAuthorizationClientTest, CredentialLengthIsCountedInUtf16UnitsAfterTrimming) {
+  std::string faces;  // 128 characters outside the basic plane: 256 units
+  for (int i = 0; i < 128; ++i) faces += "\xF0\x9F\x98\x80";
+  const struct {
+    std::optional<std::string> text;
+    bool valid;
+  } cases[] = {
+      {std::nullopt, false}, {"  a  ", true},      {"   ", false},
+      {"\n\t", false},       {"a<b", true},        {std::string(257, 'x'), false},
+      {faces, true},         {faces + "x", false}, {" " + std::string(256, 'x') + " \n", true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text.value_or("(null)").substr(0, 12));
+    EXPECT_EQ(VelmorAuthorizationClient::isUsernameValid(c.text), c.valid);
+    EXPECT_EQ(VelmorAuthorizationClient::isPasswordValid(c.text), c.valid);
+  }
+  EXPECT_EQ(VelmorAuthorizationClient::internalUsernameExcludedCharacterSet(), u"()<>,;:\"[]{}'");
+  std::uint64_t bound = 0;
+  expectThrows({"no maximum location",
+                [&] { VelmorAuthorizationClient::usernameMinLength(&bound, nullptr); },
+                "NSInvalidArgumentException", "maxLength must not be nil"});
+}
+
+// Each line is written before the arguments are checked, so these calls,
+// refused afterwards or answered at once, show their line and send nothing.
+// In the expected text "{}" stands for the secret as shown.
+TEST_F(VelmorAuthorizationClientTest, SignInLinesShowSecretsOnlyAtTheSensitiveLevel) {
+  auto client = makeClient();
+  auto queue = std::make_shared<OperationQueue>();
+  ErrorRef error;
+  const auto completion = [](std::optional<std::string>, std::optional<Scopes>, ErrorRef) {};
+  const struct {
+    std::function<void()> call;
+    const char* starred;
+    const char* clear;
+    std::string line;
+  } cases[] = {
+      {[&] {
+         client->signInWithUsername(std::nullopt, "pw", Scopes{"a", "b"}, &error);
+       },
+       "***", "pw",
+       "-[VelmorAuthorizationClient signInWithUsername:password:scopes:error:] username: "
+       "'(null)' password: '{}' scopes: '(\n    a,\n    b\n)' error: '0x" +
+           pointerText(&error) + "'"},
+      {[&] { client->signInAsyncWithUsername("bob", std::nullopt, queue, completion); }, "",
+       "(null)",
+       "-[VelmorAuthorizationClient signInAsyncWithUsername:password:queue:completion:] "
+       "username: 'bob' password: '{}' queue: '" +
+           queue->description() + "' completion: '<__NSMallocBlock__>'"},
+      {[&] {
+         client->signInWithWebAuthorizationResponse(Url::withString("https://app/cb?code=c1"),
+                                                    &error);
+       },
+       "**...**", "https://app/cb?code=c1",
+       "-[VelmorAuthorizationClient signInWithWebAuthorizationResponse:error:] responseUrl: "
+       "'{}' error: '0x" +
+           pointerText(&error) + "'"},
+      {[&] {
+         client->signInAsyncWithAuthorizationCode("c1", Url::withString("https://app/cb"), nullptr,
+                                                  completion);
+       },
+       "**...**", "c1",
+       "-[VelmorAuthorizationClient signInAsyncWithAuthorizationCode:redirectUrl:queue:"
+       "completion:] authorizationCode: '{}' redirectUrl: 'https://app/cb' queue: '(null)'"},
+  };
+  for (const bool sensitive : {false, true}) {
+    for (const auto& c : cases) {
+      std::string expected = (sensitive ? "SENSITIVE\t" : "INFO\t") + c.line;
+      expected.replace(expected.find("{}"), 2, sensitive ? c.clear : c.starred);
+      SCOPED_TRACE(expected);
+      test::RecordingLoggerDelegate log;
+      test::ScopedLogger scoped(sensitive ? 5 : 3, &log);
+      try {
+        c.call();
+      } catch (const Exception&) {
+      }
+      ASSERT_FALSE(log.messages().empty());
+      EXPECT_EQ(log.messages().front(), expected);
+    }
+  }
+  EXPECT_EQ(error->code(), kClientErrorNoWebSignInRequest);
+  EXPECT_TRUE(http_->requests().empty());
+}
+
+TEST_F(VelmorAuthorizationClientTest, OtherMembersLogTheirCallWithEveryArgument) {
+  test::RecordingLoggerDelegate log;
+  test::ScopedLogger scoped(VelmorAuthorizationLogger::kLevelInfo, &log);
+  VelmorAuthorizationClient client(Url::withString(kBase), kToken, Data{1, 2, 3, 0xff, 5}, 3);
+  client.simulatedNetworkDelayInterval();
+  client.applicationDidBecomeActive();
+  client.setAlwaysSendClientContext(true);
+  client.refreshTokenExpired();
+  std::uint64_t minLength = 0, maxLength = 0;
+  VelmorAuthorizationClient::passwordMinLength(&minLength, &maxLength);
+  VelmorAuthorizationClient::isPasswordValid("hunter2");
+  std::vector<std::string> lines = log.messages();
+  // isPasswordValid asks for its bounds through the public member.
+  ASSERT_EQ(lines.size(), 6u);
+  EXPECT_TRUE(lines.back().starts_with("INFO\t+[VelmorAuthorizationClient passwordMinLength: "));
+  lines.pop_back();
+  EXPECT_EQ(lines,
+            (std::vector<std::string>{
+                "INFO\t-[VelmorAuthorizationClient initWithAuthorizationServerBaseUrl: "
+                "'https://auth.example/api/' appToken: 'app-token' encryptionKey: "
+                "'<010203ff 05>' authorizedIdentitySlot: '3']",
+                "INFO\t-[VelmorAuthorizationClient setAlwaysSendClientContext: '1']",
+                "INFO\t-[VelmorAuthorizationClient refreshTokenExpired:]",
+                "INFO\t+[VelmorAuthorizationClient passwordMinLength: '" + pointerText(&minLength) +
+                    "' maxLength: '" + pointerText(&maxLength) + "']",
+                "INFO\t+[VelmorAuthorizationClient isPasswordValid: '***']"}));
+}
+
+TEST_F(VelmorAuthorizationClientTest, ExpiryTellsTheDelegateOnlyWhenNothingValidIsLeft) {
+  auto client = makeClient();
+  test::SignOutCounter delegate;
+  client->setDelegate(&delegate);
+  const struct {
+    std::chrono::seconds accessLeft, refreshLeft;
+    int calls;
+  } cases[] = {{3600s, -10s, 0}, {10s, 3600s, 0}, {-10s, -10s, 1}};
+  for (const auto& c : cases) {
+    storeRecord(c.accessLeft, c.refreshLeft);
+    delegate.reset();
+    client->refreshTokenExpired();
+    EXPECT_EQ(delegate.calls(), c.calls);
+  }
+}
+
+TEST_F(VelmorAuthorizationClientTest, WakingUpActsAtOnceOnAMomentThatPassedDuringSleep) {
+  storeRecord(-10s, -5s);
+  auto client = makeClient();
+  test::SignOutCounter delegate;
+  client->setDelegate(&delegate);
+  {
+    test::BusyTimerThread asleep;
+    // A failed sign-in re-arms the timer too, here for a moment already past.
+    http_->enqueue({400, {{"Content-Type", "application/json"}}, R"({"error":"invalid_grant"})"});
+    ErrorRef error;
+    EXPECT_FALSE(client->signInWithUsername("bob", "wrong", &error));
+    EXPECT_EQ(error->localizedDescription(),
+              "Your User ID or password was entered incorrectly. Please try again.");
+    EXPECT_EQ(delegate.calls(), 0);
+    client->applicationDidBecomeActive();
+    EXPECT_EQ(delegate.calls(), 1);
+  }
+  client.reset();
+  EXPECT_EQ(delegate.calls(), 1);
+}
+
+}  // namespace
+}  // namespace velmor
