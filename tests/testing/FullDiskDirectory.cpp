@@ -21,8 +21,8 @@ constexpr char kFiller[] = "/filler";
 
 }  // namespace
 
-FullDiskDirectory::FullDiskDirectory() {
-  if (::geteuid() == 0 &&
+FullDiskDirectory::FullDiskDirectory(Method preferred) {
+  if (preferred == Method::kFullTmpfs && ::geteuid() == 0 &&
       ::mount("tmpfs", path().c_str(), "tmpfs", MS_NOSUID | MS_NODEV, kMountOptions) == 0) {
     method_ = Method::kFullTmpfs;
   }

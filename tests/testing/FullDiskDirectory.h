@@ -24,7 +24,8 @@ class FullDiskDirectory final {
  public:
   enum class Method { kFullTmpfs, kFileSizeLimit };
 
-  FullDiskDirectory();
+  // kFileSizeLimit asks for the limit even where a tmpfs could be mounted.
+  explicit FullDiskDirectory(Method preferred = Method::kFullTmpfs);
   ~FullDiskDirectory();
   FullDiskDirectory(const FullDiskDirectory&) = delete;
   FullDiskDirectory& operator=(const FullDiskDirectory&) = delete;
