@@ -381,13 +381,5 @@ TEST_F(DevelopmentAuthorizationServiceTest, SubmittedSignInCancelsOrShowsTheForm
   EXPECT_NE(wrong.body.find(R"(value="&lt;alice&gt;")"), std::string::npos);
 }
 
-TEST_F(DevelopmentAuthorizationServiceTest, UnknownPathsAndMethods) {
-  EXPECT_EQ(send("GET", "/nowhere", "", "", "").status, 404);
-  const ServiceReply wrongMethod =
-      send("GET", DevelopmentAuthorizationService::kTokenPath, "", "", "");
-  EXPECT_EQ(wrongMethod.status, 405);
-  EXPECT_EQ(wrongMethod.header("Allow"), "POST");
-}
-
 }  // namespace
 }  // namespace velmor::devserver

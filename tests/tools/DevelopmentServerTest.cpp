@@ -8,21 +8,17 @@
 #include <memory>
 #include <string>
 
-#include "devserver/FormCodec.h"
 #include "storage/SecureData.h"
 #include "testing/FakeSystemIdentity.h"
 #include "testing/ScopedEnvironmentVariables.h"
 #include "testing/ScopedSecretStore.h"
 #include "testing/ScopedSystemIdentity.h"
 #include "testing/TemporaryDirectory.h"
-#include "tools/ManualClock.h"
 #include "transport/ActivateClientTransaction.h"
 #include "transport/ApplicationHttpTransaction.h"
 #include "transport/HttpRequestSender.h"
 #include "transport/RefreshAccessTokenTransaction.h"
-#include "transport/RequestAccessTokenFromAuthCodeTransaction.h"
 #include "transport/RequestAccessTokenTransaction.h"
-#include "transport/RequestSignInViaWebTransaction.h"
 #include "transport/RevokeTransaction.h"
 #include "velmor/CurlHttpClient.h"
 #include "velmor/MemorySecretStore.h"
@@ -43,8 +39,6 @@ class DevelopmentServerTest : public ::testing::Test {
     identity_.setEnvironmentVariable("XDG_DATA_HOME", directory_.path());
     DevelopmentServerOptions options;
     options.certificateDirectory = directory_.pathOf("certificates");
-    options.settings.lockoutDuration = 5400s;
-    options.clock = clock_;
     std::string error;
     server_ = DevelopmentServer::start(std::move(options), &error);
     ASSERT_TRUE(server_) << error;
@@ -99,7 +93,6 @@ class DevelopmentServerTest : public ::testing::Test {
   test::FakeSystemIdentity identity_;
   test::ScopedSystemIdentity identityScope_{identity_};
   test::ScopedSecretStore storeScope_{std::make_shared<MemorySecretStore>()};
-  std::shared_ptr<test::ManualClock> clock_ = std::make_shared<test::ManualClock>();
   std::unique_ptr<DevelopmentServer> server_;
   std::shared_ptr<CurlHttpClient> http_;
   std::unique_ptr<HttpRequestSender> sender_;
@@ -144,86 +137,6 @@ TEST_F(DevelopmentServerTest, ServesTheLibrarysExchangesOverHttps) {
   // The library forgot the refused token.
   EXPECT_FALSE(record_->accessToken());
   EXPECT_TRUE(accessToken);
-}
-
-TEST_F(DevelopmentServerTest, AnUnderScopedTokenIsRefusedWithTheScopeItLacks) {
-  ActivateClientTransaction activate(record_);
-  ASSERT_EQ(run(activate), nullptr);
-  ASSERT_EQ(signIn("alice", "wonderland", std::vector<std::string>{"email"}), nullptr);
-  const HttpResult resource = callResource();
-  ASSERT_TRUE(resource.response);
-  EXPECT_EQ(resource.response->statusCode(), 403);
-  ApplicationHttpTransaction application(record_);
-  const ErrorRef refused = application.handleAuthorizationFailureResponse(resource.response);
-  EXPECT_EQ(refused->code(), kServerErrorInsufficientScope);
-}
-
-TEST_F(DevelopmentServerTest, ALockedAccountReachesTheLibraryAsALockout) {
-  ActivateClientTransaction activate(record_);
-  ASSERT_EQ(run(activate), nullptr);
-  ErrorRef error;
-  for (int attempt = 0; attempt < 3; ++attempt) error = signIn("bob", "wrong");
-  auto lockout = std::dynamic_pointer_cast<VelmorAuthorizationError>(error);
-  ASSERT_TRUE(lockout);
-  EXPECT_TRUE(lockout->isAccountLockoutError());
-  EXPECT_EQ(VelmorAuthorizationError::accountLockoutError(*lockout)->description(),
-            "This account has been temporarily locked out. Please try again in 1 hour and 30 "
-            "minutes.");
-
-  clock_->advance(5400s);
-  EXPECT_EQ(signIn("bob", "builder"), nullptr);
-}
-
-TEST_F(DevelopmentServerTest, WebSignInFromTheFormToTheCodeExchange) {
-  ActivateClientTransaction activate(record_);
-  ASSERT_EQ(run(activate), nullptr);
-  RequestSignInViaWebTransaction web(record_);
-  web.setScopes(std::vector<std::string>{"profile"});
-  const Url redirect = *Url::withString("http://127.0.0.1:9/callback");
-  const std::optional<HttpRequest> request =
-      web.generateRequest(*Url::withString(server_->baseUrl() + "oauth2/v1/authorize"), redirect);
-  ASSERT_TRUE(request);
-
-  const HttpResult page = get(request->url.absoluteString());
-  ASSERT_TRUE(page.response);
-  EXPECT_EQ(page.response->statusCode(), 200);
-  EXPECT_NE(text(page.body).find("name=\"password\""), std::string::npos);
-
-  // Submit what the browser would: the request's parameters and the user's.
-  HttpRequest submit(request->url);
-  submit.method = "POST";
-  submit.headerFields = {{"Content-Type", "application/x-www-form-urlencoded"}};
-  const std::string form =
-      *request->url.query() + "&username=alice&password=wonderland&action=sign-in";
-  submit.body = Data(form.begin(), form.end());
-  const HttpResult redirected = http_->send(submit);
-  ASSERT_TRUE(redirected.response);
-  ASSERT_EQ(redirected.response->statusCode(), 302);
-  const std::optional<std::string> location =
-      redirected.response->valueForHTTPHeaderField("Location");
-  ASSERT_TRUE(location);
-
-  std::optional<std::string> code;
-  std::optional<Url> redirectUrl;
-  std::optional<std::string> username;
-  ASSERT_EQ(web.handleResponse(*Url::withString(*location), &code, &redirectUrl, &username),
-            nullptr);
-  EXPECT_EQ(username, "alice");
-  EXPECT_EQ(redirectUrl, redirect);
-
-  RequestAccessTokenFromAuthCodeTransaction exchange(record_);
-  exchange.setAuthorizationCode(*code);
-  exchange.setRedirectUrl(redirectUrl);
-  ASSERT_EQ(run(exchange), nullptr);
-  EXPECT_EQ(exchange.scopes(), std::vector<std::string>{"profile"});
-  EXPECT_EQ(callResource().response->statusCode(), 200);
-
-  RequestAccessTokenFromAuthCodeTransaction again(record_);
-  again.setAuthorizationCode(*code);
-  again.setRedirectUrl(redirectUrl);
-  const ErrorRef reused = run(again);
-  ASSERT_TRUE(reused);
-  EXPECT_EQ(reused->code(), kServerErrorInvalidGrant);
 }
 
 TEST(DevelopmentServerPlainHttpTest, ServesPlainHttpOnRequest) {

@@ -49,10 +49,5 @@ TEST(FormCodecTest, EncodesAllButUnreservedCharacters) {
   EXPECT_EQ(FormCodec::parse(FormCodec::encodeFields(fields))->fields(), fields.fields());
 }
 
-TEST(FormCodecTest, SpotsRepeatedParameters) {
-  EXPECT_TRUE(FormCodec::parse("a=1&b=2&a=3")->hasDuplicates());
-  EXPECT_FALSE(FormCodec::parse("a=1&b=2")->hasDuplicates());
-}
-
 }  // namespace
 }  // namespace velmor::devserver

@@ -47,15 +47,6 @@ TEST_F(TokenStoreTest, IssuesTokensWithTheirLifetimes) {
   EXPECT_EQ(tokens_.inspect(*issued.refreshToken).status, Status::kUnknown);
 }
 
-TEST_F(TokenStoreTest, ClientCredentialsGetNoRefreshToken) {
-  GrantRequest grant;
-  grant.clientId = "client-1";
-  grant.withRefreshToken = false;
-  const IssuedTokens issued = tokens_.issue(grant);
-  EXPECT_FALSE(issued.refreshToken);
-  EXPECT_EQ(tokens_.inspect(issued.accessToken).username, std::nullopt);
-}
-
 TEST_F(TokenStoreTest, RefreshRotatesAndASpentTokenRevokesTheGrant) {
   const IssuedTokens first = tokens_.issue(aliceGrant());
   const GrantOutcome second = tokens_.refresh("client-1", *first.refreshToken, {});
