@@ -2,18 +2,16 @@
 // block survives an encode and decode unchanged.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "FuzzCheck.h"
 #include "storage/Base64.h"
 
 namespace {
 
-void check(bool condition) {
-  if (!condition) std::abort();
-}
+using velmor::fuzz::require;
 
 }  // namespace
 
@@ -24,11 +22,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   const std::optional<Data> decoded = Base64::decodeBase64WithString(text);
   // Every four symbols give at most three bytes.
-  if (decoded) check(decoded->size() * 4 <= size * 3);
+  if (decoded) require(decoded->size() * 4 <= size * 3);
 
   const Data bytes(data, data + size);
   const std::optional<std::string> encoded = Base64::encodeBase64WithData(bytes);
-  check(encoded.has_value() == !bytes.empty());
-  if (encoded) check(Base64::decodeBase64WithString(*encoded) == bytes);
+  require(encoded.has_value() == !bytes.empty());
+  if (encoded) require(Base64::decodeBase64WithString(*encoded) == bytes);
   return 0;
 }

@@ -3,11 +3,11 @@
 // same bytes fed in two pieces must give the same outcome.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "FuzzCheck.h"
 #include "json/xSBJsonParser.h"
 #include "json/xSBJsonStreamParser.h"
 #include "json/xSBJsonStreamParserAccumulator.h"
@@ -15,9 +15,7 @@
 
 namespace {
 
-void require(bool condition) {
-  if (!condition) std::abort();
-}
+using velmor::fuzz::require;
 
 bool isUtf8(const std::string& text) {
   const auto* p = reinterpret_cast<const unsigned char*>(text.data());

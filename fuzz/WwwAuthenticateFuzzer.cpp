@@ -2,12 +2,12 @@
 // checks that it answers with either challenges or one well-formed error.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "FuzzCheck.h"
 #include "support/Text.h"
 #include "transport/BearerChallenge.h"
 #include "transport/WwwAuthenticateHeaderParser.h"
@@ -15,36 +15,34 @@
 
 namespace {
 
-void check(bool condition) {
-  if (!condition) std::abort();
-}
+using velmor::fuzz::require;
 
 constexpr std::string_view kErrorStart = "Unexpected WWW-Authenticate header format. Expecting ";
 
 void checkChallenges(const velmor::WwwAuthenticateHeaderData& data) {
   // Nothing after the first scheme starts another challenge.
-  check(data.challenges().size() <= 1);
+  require(data.challenges().size() <= 1);
   for (const auto& challenge : data.challenges()) {
-    check(challenge != nullptr);
+    require(challenge != nullptr);
     const bool bearer = dynamic_cast<const velmor::BearerChallenge*>(challenge.get()) != nullptr;
-    check(bearer != challenge->scheme().has_value());
-    if (!bearer) check(!velmor::text::equalsIgnoringCase(*challenge->scheme(), "Bearer"));
+    require(bearer != challenge->scheme().has_value());
+    if (!bearer) require(!velmor::text::equalsIgnoringCase(*challenge->scheme(), "Bearer"));
     for (const auto& [name, value] : challenge->attributeNameValuePairs()) {
-      check(!name.empty());
-      check(value.stringValue() != nullptr);
+      require(!name.empty());
+      require(value.stringValue() != nullptr);
     }
   }
 }
 
 void checkError(const velmor::ErrorRef& error, bool empty) {
   const auto* failure = dynamic_cast<const velmor::VelmorAuthorizationError*>(error.get());
-  check(failure != nullptr);
-  check(failure->domain() == velmor::AuthorizationServerErrorDomain);
-  check(!failure->userInfo().has_value());
-  check(failure->code() == (empty ? 42 : 1));
+  require(failure != nullptr);
+  require(failure->domain() == velmor::AuthorizationServerErrorDomain);
+  require(!failure->userInfo().has_value());
+  require(failure->code() == (empty ? 42 : 1));
   if (empty) return;
   const std::optional<std::string> description = failure->description();
-  check(description.has_value() && description->starts_with(kErrorStart));
+  require(description.has_value() && description->starts_with(kErrorStart));
 }
 
 }  // namespace
@@ -55,12 +53,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string header(reinterpret_cast<const char*>(data), size);
   velmor::ErrorRef error = std::make_shared<velmor::Error>("stale", 0);
   const auto parsed = WwwAuthenticateHeaderParser::parse(header, &error);
-  check((parsed == nullptr) != (error == nullptr));
+  require((parsed == nullptr) != (error == nullptr));
   if (parsed) checkChallenges(*parsed);
   if (error) checkError(error, header.empty());
 
   // Parsing without an error location must agree.
-  check((WwwAuthenticateHeaderParser::parse(header, nullptr) == nullptr) == (parsed == nullptr));
+  require((WwwAuthenticateHeaderParser::parse(header, nullptr) == nullptr) == (parsed == nullptr));
   WwwAuthenticateHeaderParser::isHeaderLikelyToBeBearerTokenWwwAuthenticateFormatted(header);
   return 0;
 }

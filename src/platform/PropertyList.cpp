@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/Text.h"
+
 namespace velmor {
 
 namespace {
@@ -27,10 +29,19 @@ struct PlistBufferDeleter {
 
 plist_t newNode(const Value& value);
 
+// libplist writes texts as UTF-16 and silently stops at the first malformed
+// UTF-8 sequence, losing the rest of the text; such sequences become U+FFFD,
+// one per bad byte, as everywhere else in the library.
+std::string storableText(const std::string& text) {
+  const bool ascii = std::all_of(text.begin(), text.end(),
+                                 [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  return ascii ? text : text::toUtf8(text::toUtf16(text));
+}
+
 plist_t newDictionary(const Dictionary& dictionary) {
   plist_t node = plist_new_dict();
   for (const auto& entry : dictionary)
-    plist_dict_set_item(node, entry.first.c_str(), newNode(entry.second));
+    plist_dict_set_item(node, storableText(entry.first).c_str(), newNode(entry.second));
   return node;
 }
 
@@ -47,7 +58,7 @@ plist_t newNode(const Value& value) {
     case Value::Kind::kDouble:
       return plist_new_real(*value.doubleValue());
     case Value::Kind::kString:
-      return plist_new_string(value.stringValue()->c_str());
+      return plist_new_string(storableText(*value.stringValue()).c_str());
     case Value::Kind::kData: {
       const Data& data = *value.dataValue();
       return plist_new_data(reinterpret_cast<const char*>(data.data()), data.size());
@@ -308,7 +319,7 @@ bool safeForLibplist(const Data& bytes) {
 Data PropertyList::binaryFromEntries(const OrderedEntries& entries) {
   PlistNode root(plist_new_dict());
   for (const auto& [key, value] : entries)
-    plist_dict_set_item(root.get(), key.c_str(), newNode(value));
+    plist_dict_set_item(root.get(), storableText(key).c_str(), newNode(value));
   char* buffer = nullptr;
   std::uint32_t length = 0;
   plist_to_bin(root.get(), &buffer, &length);

@@ -1,11 +1,14 @@
-// Reads random documents, and random damage to them, with our reader and
-// with nlohmann-json, and checks that the two agree on every document both
-// accept.
+// Reads random documents, random damage to them and the fuzzing seeds with
+// our reader and with nlohmann-json, and checks that the two agree under the
+// rules of compareJsonReaders().
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <random>
@@ -13,6 +16,7 @@
 #include <vector>
 
 #include "json/xSBJsonParser.h"
+#include "testing/JsonDifferential.h"
 
 namespace velmor {
 namespace {
@@ -235,66 +239,6 @@ class DocumentGenerator {
   std::mt19937 random_;
 };
 
-Value fromNlohmann(const nlohmann::json& json) {
-  switch (json.type()) {
-    case nlohmann::json::value_t::boolean:
-      return Value(json.get<bool>());
-    case nlohmann::json::value_t::number_integer:
-      return Value(json.get<std::int64_t>());
-    case nlohmann::json::value_t::number_unsigned:
-      return Value(json.get<std::uint64_t>());
-    case nlohmann::json::value_t::number_float:
-      return Value(json.get<double>());
-    case nlohmann::json::value_t::string:
-      return Value(json.get<std::string>());
-    case nlohmann::json::value_t::array: {
-      Array array;
-      for (const auto& element : json) array.push_back(fromNlohmann(element));
-      return Value(std::move(array));
-    }
-    case nlohmann::json::value_t::object: {
-      std::vector<Dictionary::Entry> entries;
-      for (const auto& [key, element] : json.items())
-        entries.emplace_back(key, fromNlohmann(element));
-      return Value(Dictionary::fromEntries(std::move(entries)));
-    }
-    default:
-      return Value();
-  }
-}
-
-// Equality, except where the two readers differ by design: an integer
-// beyond 64 bits saturates with us (as strtoll and strtoull do) but becomes
-// a double with nlohmann.
-bool agree(const Value& ours, const Value& theirs) {
-  if (const double* d = theirs.doubleValue()) {
-    if (ours.uintValue() && *ours.uintValue() == std::numeric_limits<std::uint64_t>::max()) {
-      return *d >= 18446744073709551615.0;
-    }
-    if (ours.intValue() && *ours.intValue() == std::numeric_limits<std::int64_t>::min()) {
-      return *d <= -9223372036854775808.0;
-    }
-  }
-  if (ours.kind() != theirs.kind()) return false;
-  if (const Array* array = ours.arrayValue()) {
-    const Array& other = *theirs.arrayValue();
-    if (array->size() != other.size()) return false;
-    for (std::size_t i = 0; i < array->size(); ++i) {
-      if (!agree((*array)[i], other[i])) return false;
-    }
-    return true;
-  }
-  if (const Dictionary* dictionary = ours.dictionaryValue()) {
-    const Dictionary& other = *theirs.dictionaryValue();
-    if (dictionary->size() != other.size()) return false;
-    for (auto a = dictionary->begin(), b = other.begin(); a != dictionary->end(); ++a, ++b) {
-      if (a->first != b->first || !agree(a->second, b->second)) return false;
-    }
-    return true;
-  }
-  return ours == theirs;
-}
-
 TEST(xSBJsonDifferentialTest, ValidDocumentsReadAlike) {
   DocumentGenerator generator(20240611);
   for (int i = 0; i < 3000; ++i) {
@@ -304,7 +248,8 @@ TEST(xSBJsonDifferentialTest, ValidDocumentsReadAlike) {
     nlohmann::json theirs = nlohmann::json::parse(document, nullptr, false);
     ASSERT_TRUE(ours.has_value()) << parser.error().value_or("") << "\n" << document;
     ASSERT_FALSE(theirs.is_discarded()) << document;
-    ASSERT_EQ(*ours, fromNlohmann(theirs)) << document;
+    ASSERT_EQ(*ours, test::fromNlohmann(theirs)) << document;
+    ASSERT_EQ(test::compareJsonReaders(document), std::nullopt) << document;
   }
 }
 
@@ -326,12 +271,49 @@ TEST(xSBJsonDifferentialTest, DamagedDocumentsReadAlikeWhenBothAccept) {
       }
       if (theirs.is_discarded()) continue;
       ++bothAccepted;
-      ASSERT_TRUE(agree(*ours, fromNlohmann(theirs))) << document;
+      ASSERT_TRUE(test::agree(*ours, test::fromNlohmann(theirs))) << document;
+      ASSERT_EQ(test::compareJsonReaders(document), std::nullopt) << document;
     }
   }
   // Both outcomes must be common, or the damage says nothing.
   EXPECT_GT(bothAccepted, 500);
   EXPECT_GT(weRefused, 3000);
+}
+
+// Every seed the fuzz targets start from, valid or not, under the same rules
+// as the differential fuzz target.
+TEST(xSBJsonDifferentialTest, FuzzingSeedsFollowTheRules) {
+  std::size_t seeds = 0;
+  for (const char* corpus : {"json_reader", "json_differential"}) {
+    for (const auto& entry : std::filesystem::directory_iterator(
+             std::filesystem::path(VELMOR_FUZZ_CORPUS_DIR) / corpus)) {
+      std::ifstream file(entry.path(), std::ios::binary);
+      const std::string input{std::istreambuf_iterator<char>(file), {}};
+      EXPECT_EQ(test::compareJsonReaders(input), std::nullopt) << entry.path();
+      ++seeds;
+    }
+  }
+  EXPECT_GE(seeds, 30u);
+}
+
+// The rules excuse the designed differences and no others.
+TEST(xSBJsonDifferentialTest, RulesAllowOnlyDesignedDifferences) {
+  // A document nlohmann reads and we refuse only past our depth limit.
+  const std::string deep = std::string(33, '[') + std::string(33, ']');
+  EXPECT_EQ(test::compareJsonReaders(deep), std::nullopt);
+  EXPECT_EQ(test::compareJsonReaders("\xEF\xBB\xBF[1]"), std::nullopt);
+  EXPECT_EQ(test::compareJsonReaders(std::string("[1]\0x", 5)), std::nullopt);
+  // Designed differences: saturating integers, infinities, stray bytes.
+  EXPECT_EQ(test::compareJsonReaders("[18446744073709551616,-9223372036854775809]"), std::nullopt);
+  EXPECT_EQ(test::compareJsonReaders("[1e400]"), std::nullopt);
+  EXPECT_EQ(test::compareJsonReaders("[\"\xFF\"]"), std::nullopt);
+  // Found by fuzzing: an unfinished token after the document is not read.
+  EXPECT_EQ(test::compareJsonReaders("{\"null\":1}\":1}g"), std::nullopt);
+  EXPECT_EQ(test::compareJsonReaders("[1] 12"), std::nullopt);
+  // Values that differ are caught.
+  EXPECT_FALSE(test::agree(Value(Array{Value(std::uint64_t{1})}), Value(Array{Value(1.0)})));
+  EXPECT_FALSE(test::agree(Value(Dictionary{{"a", "x"}}), Value(Dictionary{{"b", "x"}})));
+  EXPECT_FALSE(test::agree(Value(std::int64_t{-1}), Value(std::uint64_t{1})));
 }
 
 }  // namespace

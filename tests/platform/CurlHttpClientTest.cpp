@@ -13,6 +13,7 @@
 
 #include "platform/FileDescriptor.h"
 #include "testing/RawTestServer.h"
+#include "testing/RefusingPort.h"
 #include "testing/ScopedEnvironmentVariables.h"
 #include "testing/TestAuthorizationServer.h"
 
@@ -44,27 +45,6 @@ CurlHttpClientOptions trusting(const std::string& caFile) {
 // A 64-character label is longer than DNS allows, so the resolver refuses
 // the name without sending a query anywhere.
 const std::string kUnresolvableHost = std::string(64, 'a') + ".invalid";
-
-// A TCP port on 127.0.0.1 that is bound but not listening: connections to
-// it are refused for as long as the object lives.
-class RefusingPort final {
- public:
-  RefusingPort() : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    auto* generic = reinterpret_cast<sockaddr*>(&address);
-    EXPECT_EQ(::bind(socket_.get(), generic, length), 0);
-    EXPECT_EQ(::getsockname(socket_.get(), generic, &length), 0);
-    port_ = ntohs(address.sin_port);
-  }
-  int port() const { return port_; }
-
- private:
-  FileDescriptor socket_;
-  int port_ = 0;
-};
 
 class CurlHttpClientTest : public ::testing::Test {
  protected:
@@ -296,7 +276,7 @@ std::string pretending(const char* start) {
 }
 
 TEST_F(CurlHttpClientTest, TurnsTransportFailuresIntoUrlErrors) {
-  RefusingPort refusing;
+  test::RefusingPort refusing;
   TestAuthorizationServer expired({true, TestAuthorizationServer::Certificate::kExpired});
   TestAuthorizationServer otherHost({true, TestAuthorizationServer::Certificate::kOtherHost});
   RawTestServer raw;

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -213,6 +214,12 @@ TEST(FileSecretStore, TreatsDamagedForeignAndUnreadableFilesAsDocumented) {
                     0,   0,   0,   'z', 0x51, 'v', 8,   11,  18,   0, 0, 0,    0, 0,
                     0,   1,   1,   0,   0,    0,   0,   0,   0,    0, 3, 0,    0, 0,
                     0,   0,   0,   0,   0,    0,   0,   0,   0,    0, 0, 0,    20};
+  // "svc\u00e9" is written as UTF-16; its last unit (00 E9) becomes 00 00.
+  Data utf16NulName = PropertyList::binaryFromEntries(
+      {{"Service", "svc\xC3\xA9"}, {"Account", "acct"}, {"Data", Data{9}}});
+  const std::uint8_t eAcute[] = {0x00, 0xE9};
+  *(std::search(utf16NulName.begin(), utf16NulName.end(), std::begin(eAcute), std::end(eAcute)) +
+    1) = 0x00;
   enum Kind { kDamaged, kForeign, kUnreadable };
   struct Case {
     const char* what;
@@ -231,10 +238,8 @@ TEST(FileSecretStore, TreatsDamagedForeignAndUnreadableFilesAsDocumented) {
       {"other names", kForeign,
        PropertyList::binaryFromEntries(
            {{"Service", "svc2"}, {"Account", "acct"}, {"Data", Data{9}}})},
-      // libplist stores the overlong NUL as a UTF-16 NUL, which reading refuses.
-      {"names with a NUL tail", kDamaged,
-       PropertyList::binaryFromEntries(
-           {{"Service", "svc\xC0\x80"}, {"Account", "acct"}, {"Data", Data{9}}})},
+      // A UTF-16 NUL in a name, which reading refuses.
+      {"names with a NUL tail", kDamaged, utf16NulName},
       {"a directory", kUnreadable, std::nullopt},
   };
   for (const Case& sample : cases) {

@@ -104,6 +104,18 @@ TEST(PropertyList, WritesXmlThatReadsBack) {
   EXPECT_EQ(PropertyList::parse(xml), Value(context));
 }
 
+// Found by fuzzing the credential record: a text that is not UTF-8 (a user
+// name from the application) lost everything from its first bad byte on.
+TEST(PropertyList, KeepsTextAfterMalformedUtf8InBothForms) {
+  const std::string text = "a\x9D\x87z\xC3(\xF0\x9F\x98\x80";
+  const std::string stored = "a\xEF\xBF\xBD\xEF\xBF\xBDz\xEF\xBF\xBD(\xF0\x9F\x98\x80";
+  const Dictionary written{{text, text}};
+  const Value expected(Dictionary{{stored, stored}});
+  EXPECT_EQ(PropertyList::parse(PropertyList::binaryFromEntries({{text, Value(written)}})),
+            Value(Dictionary{{stored, expected}}));
+  EXPECT_EQ(PropertyList::parse(PropertyList::xmlFromDictionary(written)), expected);
+}
+
 }  // namespace
 }  // namespace velmor
 

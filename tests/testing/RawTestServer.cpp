@@ -100,6 +100,10 @@ class RawTestServer::Impl {
       std::optional<Answer> answer = takeAnswer(std::move(*request));
       if (!answer) return;
       sendAll(connection, answer->bytes);
+      if (answer->reset) {
+        resetOnClose(connection);
+        return;
+      }
       if (answer->closeAfter) return;
     }
   }
@@ -131,6 +135,12 @@ class RawTestServer::Impl {
     Answer answer = std::move(answers_.front());
     answers_.pop_front();
     return answer;
+  }
+
+  // A zero linger time makes close() send RST and drop unsent bytes.
+  static void resetOnClose(int connection) {
+    const linger abort{1, 0};
+    ::setsockopt(connection, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
   }
 
   static void sendAll(int connection, std::string_view bytes) {

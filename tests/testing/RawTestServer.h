@@ -12,9 +12,10 @@ namespace velmor::test {
 
 // For what an HTTP library hides or will not send: the exact bytes of a
 // request (field order, fields with empty values), a "Content-Length" that
-// differs from the body, a connection closed before any answer. Serves one
-// connection at a time, requests framed by "Content-Length". A request with
-// no queued answer gets its connection closed. Thread-safe; the destructor
+// differs from the body, a connection closed or reset before or during an
+// answer. Serves one connection at a time, requests framed by
+// "Content-Length". A request with no queued answer gets its connection
+// closed. Thread-safe; the destructor
 // stops the server and waits for its thread. Throws std::runtime_error when
 // it cannot start.
 class RawTestServer final {
@@ -22,6 +23,9 @@ class RawTestServer final {
   struct Answer {
     std::string bytes;  // sent as they are
     bool closeAfter = true;
+    // Ends the connection after the bytes with a TCP reset (RST) instead of
+    // an orderly close, as a crashed peer or a middlebox does.
+    bool reset = false;
   };
 
   RawTestServer();

@@ -1,0 +1,81 @@
+// The process serving the Secret Service on the session bus, for tests that
+// take it away in the middle of a session.
+#ifndef VELMOR_TESTS_TESTING_SECRET_SERVICE_DAEMON_H_
+#define VELMOR_TESTS_TESTING_SECRET_SERVICE_DAEMON_H_
+
+#include <gio/gio.h>
+#include <signal.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <optional>
+#include <thread>
+
+#include "platform/GLibHandle.h"
+
+namespace velmor::test {
+
+// Talks to the bus DBUS_SESSION_BUS_ADDRESS names (a private one: see
+// tests/platform/with-secret-service). Finds the owner of
+// "org.freedesktop.secrets" by asking the bus for its process id, so only
+// that one process is ever signalled. One thread at a time.
+class SecretServiceDaemon final {
+ public:
+  SecretServiceDaemon() {
+    const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    if (!address) return;
+    auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                   G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    bus_.reset(g_dbus_connection_new_for_address_sync(address, flags, nullptr, nullptr, nullptr));
+  }
+  ~SecretServiceDaemon() {
+    if (bus_) g_dbus_connection_close_sync(bus_.get(), nullptr, nullptr);
+  }
+  SecretServiceDaemon(const SecretServiceDaemon&) = delete;
+  SecretServiceDaemon& operator=(const SecretServiceDaemon&) = delete;
+
+  bool hasOwner() const {
+    VariantHandle reply = callBus("NameHasOwner", G_VARIANT_TYPE("(b)"));
+    gboolean owned = FALSE;
+    if (reply) g_variant_get(reply.get(), "(b)", &owned);
+    return owned;
+  }
+
+  std::optional<pid_t> pid() const {
+    VariantHandle reply = callBus("GetConnectionUnixProcessID", G_VARIANT_TYPE("(u)"));
+    if (!reply) return std::nullopt;
+    guint32 pid = 0;
+    g_variant_get(reply.get(), "(u)", &pid);
+    return static_cast<pid_t>(pid);
+  }
+
+  // Kills the daemon outright (SIGKILL: no chance to tidy up) and waits
+  // until the bus has seen its connection go. False when there was no
+  // daemon or it outlived `deadline`.
+  bool kill(std::chrono::milliseconds deadline = std::chrono::seconds(10)) {
+    const std::optional<pid_t> owner = pid();
+    if (!owner || *owner <= 1 || ::kill(*owner, SIGKILL) != 0) return false;
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (hasOwner()) {
+      if (std::chrono::steady_clock::now() > end) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+  }
+
+ private:
+  VariantHandle callBus(const char* method, const GVariantType* replyType) const {
+    if (!bus_) return VariantHandle();
+    return VariantHandle(g_dbus_connection_call_sync(
+        bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method,
+        g_variant_new("(s)", "org.freedesktop.secrets"), replyType, G_DBUS_CALL_FLAGS_NONE, -1,
+        nullptr, nullptr));
+  }
+
+  ObjectHandle<GDBusConnection> bus_;
+};
+
+}  // namespace velmor::test
+
+#endif  // VELMOR_TESTS_TESTING_SECRET_SERVICE_DAEMON_H_
