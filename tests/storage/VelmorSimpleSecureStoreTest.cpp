@@ -292,7 +292,9 @@ TEST_F(VelmorSimpleSecureStoreTest, ADamagedObjectCostsTheWholeStore) {
 TEST_F(VelmorSimpleSecureStoreTest, UndecryptableOrUndecodableRecordsAreReportedAndKept) {
   writeProtectedStore("2468");
   Dictionary dictionary = storedDictionary();
-  dictionary.set("AppData", Data(32, 9));
+  // Not a whole number of AES blocks: no key decrypts it, whatever salt the
+  // passcode's key was derived with.
+  dictionary.set("AppData", Data(33, 9));
   dictionary.set("AppDataIV", Data(16, 0));
   writeDictionary(dictionary);
   VelmorSimpleSecureStore store(kService, kAccount);
