@@ -5,7 +5,7 @@
 #include <random>
 #include <string>
 
-#include "storage/Base64.h"
+#include "velmor/Base64.h"
 
 namespace velmor {
 namespace {

@@ -14,11 +14,11 @@
 
 #include "BareCurlPost.h"
 #include "TimeKeepingReporter.h"
-#include "storage/Base64.h"
 #include "storage/SecureData.h"
 #include "testing/ScopedSecretStore.h"
 #include "testing/TestAuthorizationServer.h"
 #include "transport/HttpUserAgent.h"
+#include "velmor/Base64.h"
 #include "velmor/CurlHttpClient.h"
 #include "velmor/HttpClient.h"
 #include "velmor/MemorySecretStore.h"

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "FuzzCheck.h"
-#include "storage/Base64.h"
+#include "velmor/Base64.h"
 
 namespace {
 

@@ -20,7 +20,7 @@
 #include "support/Format.h"
 #include "support/ParamValidator.h"
 #include "support/Text.h"
-#include "support/VAErrorHandler.h"
+#include "platform/VAErrorHandler.h"
 #include "transport/ApplicationHttpTransaction.h"
 #include "transport/RequestSignInViaWebTransaction.h"
 #include "velmor/VelmorAuthorizationError.h"

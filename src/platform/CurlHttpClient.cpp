@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/CurlEasyHandle.h"
+#include "platform/CurlErrorCode.h"
 #include "platform/CurlGlobal.h"
 #include "platform/CurlHeaderList.h"
 #include "platform/CurlShareHandle.h"

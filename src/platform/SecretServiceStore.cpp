@@ -10,8 +10,8 @@
 #include "platform/DeadlineContext.h"
 #include "platform/GLibHandle.h"
 #include "platform/SecretServiceConnection.h"
-#include "storage/Base64.h"
 #include "support/Format.h"
+#include "velmor/Base64.h"
 
 namespace velmor {
 

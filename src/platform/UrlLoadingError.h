@@ -3,8 +3,6 @@
 #ifndef VELMOR_PLATFORM_URL_LOADING_ERROR_H_
 #define VELMOR_PLATFORM_URL_LOADING_ERROR_H_
 
-#include <curl/curl.h>
-
 #include <cstddef>
 #include <cstdint>
 
@@ -33,13 +31,6 @@ inline constexpr std::int64_t kServerCertificateHasBadDate = -1201;
 inline constexpr std::int64_t kServerCertificateUntrusted = -1202;
 inline constexpr std::int64_t kServerCertificateNotYetValid = -1204;
 }  // namespace url_error
-
-// The one place where libcurl's outcomes become the platform's codes.
-// `verifyResult` is OpenSSL's verdict on the server's certificate
-// (CURLINFO_SSL_VERIFYRESULT); it tells a certificate outside its validity
-// period from an untrusted one or one for another host, which libcurl
-// reports alike.
-std::int64_t urlErrorCode(CURLcode code, long verifyResult);
 
 // An Error in "NSURLErrorDomain" with `code`, and user information
 // "NSErrorFailingURLKey" and "NSErrorFailingURLStringKey" (both the URL's

@@ -2,12 +2,12 @@
 
 #include <cstdint>
 
-#include "storage/CryptoUtility.h"
+#include "platform/SecureRandom.h"
 
 namespace velmor {
 
 std::string Uuid::randomLowercaseString() {
-  Data bytes = CryptoUtility::randomDataOfLength(16);
+  Data bytes = SecureRandom::bytes(16);
   bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);  // version 4
   bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);  // RFC 4122 variant
   static constexpr char kHex[] = "0123456789abcdef";

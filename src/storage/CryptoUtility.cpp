@@ -3,13 +3,13 @@
 #include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
-#include <openssl/rand.h>
 
 #include <algorithm>
 #include <chrono>
 #include <new>
 #include <utility>
 
+#include "platform/SecureRandom.h"
 #include "storage/AesCbc.h"
 #include "storage/CryptorStatus.h"
 #include "storage/Pbkdf2Context.h"
@@ -21,9 +21,6 @@
 
 namespace velmor {
 namespace {
-
-// OpenSSL counts lengths in int; longer requests go through in pieces.
-constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
 
 std::optional<Data> reportCipherResult(CryptorStatus status, Data output, const char* errorDomain,
                                        ErrorRef* error) {
@@ -114,18 +111,6 @@ Data CryptoUtility::randomInitializationVector() {
   return randomDataOfLength(kInitializationVectorLength);
 }
 
-Data CryptoUtility::randomDataOfLength(std::size_t length) {
-  Data bytes(length);
-  for (std::size_t offset = 0; offset < length; offset += kLargestPiece) {
-    const int pieceLength = static_cast<int>(std::min(kLargestPiece, length - offset));
-    const int status = RAND_bytes(bytes.data() + offset, pieceLength);
-    if (status != 1) {
-      ERR_clear_error();
-      cleanseData(bytes);
-      throw GenericException(stringWithFormat("SecRandomCopyBytes failed with error: %d", status));
-    }
-  }
-  return bytes;
-}
+Data CryptoUtility::randomDataOfLength(std::size_t length) { return SecureRandom::bytes(length); }
 
 }  // namespace velmor

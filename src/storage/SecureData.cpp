@@ -6,10 +6,10 @@
 
 #include "platform/KeyedArchiver.h"
 #include "platform/KeyedUnarchiver.h"
+#include "platform/VAErrorHandler.h"
 #include "storage/CryptoUtility.h"
 #include "storage/KeychainItem.h"
 #include "support/Format.h"
-#include "support/VAErrorHandler.h"
 #include "velmor/Exception.h"
 #include "velmor/VelmorAuthorizationLogger.h"
 

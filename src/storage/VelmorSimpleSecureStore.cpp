@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
+#include "platform/VAErrorHandler.h"
 #include "storage/CryptoUtility.h"
 #include "storage/KeychainItem.h"
 #include "storage/SecureStoreRecord.h"
 #include "support/Format.h"
-#include "support/VAErrorHandler.h"
 #include "velmor/Exception.h"
 #include "velmor/VelmorAuthorizationError.h"
 #include "velmor/VelmorAuthorizationLogger.h"

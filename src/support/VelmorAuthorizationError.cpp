@@ -3,10 +3,10 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/KeychainStatus.h"
+#include "support/AuthorizationServerErrorParser.h"
 #include "support/Format.h"
+#include "support/KeychainStatus.h"
 #include "support/Text.h"
-#include "transport/AuthorizationServerErrorParser.h"
 #include "velmor/Localization.h"
 
 namespace velmor {

@@ -4,7 +4,7 @@
 #include <string>
 #include <typeinfo>
 
-#include "transport/AuthorizationServerErrorParser.h"
+#include "support/AuthorizationServerErrorParser.h"
 #include "transport/BearerChallenge.h"
 #include "transport/WwwAuthenticateHeaderParser.h"
 #include "velmor/ServerErrorResponse.h"

@@ -3,10 +3,10 @@
 #include <utility>
 
 #include "json/xSBJsonParser.h"
-#include "storage/Base64.h"
+#include "support/AuthorizationServerErrorParser.h"
 #include "support/Format.h"
 #include "support/Text.h"
-#include "transport/AuthorizationServerErrorParser.h"
+#include "velmor/Base64.h"
 #include "velmor/Exception.h"
 #include "velmor/ServerErrorResponse.h"
 #include "velmor/VelmorAuthorizationError.h"

@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "support/AuthorizationServerErrorParser.h"
 #include "support/Format.h"
 #include "support/Text.h"
-#include "transport/AuthorizationServerErrorParser.h"
 #include "transport/HttpUtility.h"
 #include "velmor/VelmorAuthorizationError.h"
 

@@ -13,11 +13,11 @@
 #include <vector>
 
 #include "faults/ClientHarness.h"
-#include "storage/Base64.h"
 #include "testing/CapturedStandardError.h"
 #include "testing/RecordingLoggerDelegate.h"
 #include "testing/TestAuthorizationServer.h"
 #include "transport/HttpUtility.h"
+#include "velmor/Base64.h"
 #include "velmor/VelmorAuthorizationClient.h"
 #include "velmor/VelmorAuthorizationLogger.h"
 #include "velmor/VelmorSimpleSecureStore.h"

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "storage/CryptoUtility.h"
-#include "storage/HexData.h"
+#include "testing/HexData.h"
 
 namespace velmor {
 namespace {

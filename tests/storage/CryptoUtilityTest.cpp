@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "storage/HexData.h"
 #include "storage/PbkdfCalibration.h"
+#include "testing/HexData.h"
 #include "velmor/Exception.h"
 #include "velmor/VelmorAuthorizationLogger.h"
 

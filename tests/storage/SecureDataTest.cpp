@@ -10,15 +10,15 @@
 #include "platform/KeyedArchiver.h"
 #include "platform/KeyedUnarchiver.h"
 #include "storage/AesCbc.h"
-#include "storage/Base64.h"
 #include "storage/CryptoUtility.h"
-#include "storage/HexData.h"
 #include "support/Format.h"
 #include "testing/FakeProcessEnvironment.h"
 #include "testing/FaultySecretStore.h"
+#include "testing/HexData.h"
 #include "testing/RecordingLoggerDelegate.h"
 #include "testing/ScopedProcessEnvironment.h"
 #include "testing/ScopedSecretStore.h"
+#include "velmor/Base64.h"
 
 namespace velmor {
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "devserver/FormCodec.h"
-#include "storage/Base64.h"
 #include "tools/ManualClock.h"
+#include "velmor/Base64.h"
 
 namespace velmor::devserver {
 namespace {

@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "devserver/FormCodec.h"
-#include "storage/Base64.h"
 #include "testing/TemporaryDirectory.h"
 #include "tools/ToolProcess.h"
+#include "velmor/Base64.h"
 #include "velmor/CurlHttpClient.h"
 
 namespace velmor::test {

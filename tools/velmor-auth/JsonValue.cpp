@@ -3,7 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "storage/Base64.h"
+#include "velmor/Base64.h"
 
 namespace velmor::tool {
 

@@ -12,8 +12,8 @@
 #include <iterator>
 
 #include "platform/FileDescriptor.h"
-#include "storage/Base64.h"
 #include "support/Text.h"
+#include "velmor/Base64.h"
 
 namespace velmor::tool {
 

@@ -1,11 +1,11 @@
-#include "storage/Base64.h"
+#include "velmor/Base64.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
 #include <string>
 
-#include "storage/HexData.h"
+#include "testing/HexData.h"
 
 namespace velmor {
 namespace {

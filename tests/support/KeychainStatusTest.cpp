@@ -1,4 +1,4 @@
-#include "platform/KeychainStatus.h"
+#include "support/KeychainStatus.h"
 
 #include <gtest/gtest.h>
 

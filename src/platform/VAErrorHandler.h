@@ -1,8 +1,8 @@
 // Where internal failures that have no caller to return them to are
 // reported: a credential record that could not be saved or read, a failed
 // passcode-store operation, an insecure server URL.
-#ifndef VELMOR_SUPPORT_VA_ERROR_HANDLER_H_
-#define VELMOR_SUPPORT_VA_ERROR_HANDLER_H_
+#ifndef VELMOR_PLATFORM_VA_ERROR_HANDLER_H_
+#define VELMOR_PLATFORM_VA_ERROR_HANDLER_H_
 
 #include <cstdint>
 #include <string>
@@ -37,4 +37,4 @@ class VAErrorHandler final {
 
 }  // namespace velmor
 
-#endif  // VELMOR_SUPPORT_VA_ERROR_HANDLER_H_
+#endif  // VELMOR_PLATFORM_VA_ERROR_HANDLER_H_

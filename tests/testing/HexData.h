@@ -1,6 +1,6 @@
 // Test vectors are written in hexadecimal, as the standards print them.
-#ifndef VELMOR_TESTS_STORAGE_HEX_DATA_H_
-#define VELMOR_TESTS_STORAGE_HEX_DATA_H_
+#ifndef VELMOR_TESTS_TESTING_HEX_DATA_H_
+#define VELMOR_TESTS_TESTING_HEX_DATA_H_
 
 #include <string>
 #include <string_view>
@@ -23,4 +23,4 @@ inline Data bytesOf(std::string_view text) { return Data(text.begin(), text.end(
 
 }  // namespace velmor
 
-#endif  // VELMOR_TESTS_STORAGE_HEX_DATA_H_
+#endif  // VELMOR_TESTS_TESTING_HEX_DATA_H_

@@ -1,7 +1,7 @@
 // English messages for the secret store's status codes, the texts error
 // descriptions show after a failed keychain call.
-#ifndef VELMOR_PLATFORM_KEYCHAIN_STATUS_H_
-#define VELMOR_PLATFORM_KEYCHAIN_STATUS_H_
+#ifndef VELMOR_SUPPORT_KEYCHAIN_STATUS_H_
+#define VELMOR_SUPPORT_KEYCHAIN_STATUS_H_
 
 #include <cstdint>
 #include <string>
@@ -20,4 +20,4 @@ class KeychainStatus final {
 
 }  // namespace velmor
 
-#endif  // VELMOR_PLATFORM_KEYCHAIN_STATUS_H_
+#endif  // VELMOR_SUPPORT_KEYCHAIN_STATUS_H_

@@ -1,7 +1,7 @@
 // Base64 text for the HTTP Basic credentials header and wherever else text
 // must carry bytes.
-#ifndef VELMOR_STORAGE_BASE64_H_
-#define VELMOR_STORAGE_BASE64_H_
+#ifndef VELMOR_BASE64_H_
+#define VELMOR_BASE64_H_
 
 #include <optional>
 #include <string>
@@ -32,4 +32,4 @@ class Base64 final {
 
 }  // namespace velmor
 
-#endif  // VELMOR_STORAGE_BASE64_H_
+#endif  // VELMOR_BASE64_H_

@@ -1,10 +1,10 @@
-#include "support/VAErrorHandler.h"
+#include "platform/VAErrorHandler.h"
 
 #include <utility>
 
-#include "platform/KeychainStatus.h"
 #include "platform/ProcessEnvironment.h"
 #include "support/Format.h"
+#include "support/KeychainStatus.h"
 #include "velmor/DebugNotice.h"
 #include "velmor/VelmorAuthorizationLogger.h"
 

@@ -1,4 +1,4 @@
-#include "support/VAErrorHandler.h"
+#include "platform/VAErrorHandler.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Maps the OAuth "error" text of a server refusal to the numeric code that
 // becomes the error code in the server error domain.
-#ifndef VELMOR_TRANSPORT_AUTHORIZATION_SERVER_ERROR_PARSER_H_
-#define VELMOR_TRANSPORT_AUTHORIZATION_SERVER_ERROR_PARSER_H_
+#ifndef VELMOR_SUPPORT_AUTHORIZATION_SERVER_ERROR_PARSER_H_
+#define VELMOR_SUPPORT_AUTHORIZATION_SERVER_ERROR_PARSER_H_
 
 #include <cstdint>
 #include <optional>
@@ -25,4 +25,4 @@ class AuthorizationServerErrorParser final {
 
 }  // namespace velmor
 
-#endif  // VELMOR_TRANSPORT_AUTHORIZATION_SERVER_ERROR_PARSER_H_
+#endif  // VELMOR_SUPPORT_AUTHORIZATION_SERVER_ERROR_PARSER_H_

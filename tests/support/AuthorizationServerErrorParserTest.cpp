@@ -1,4 +1,4 @@
-#include "transport/AuthorizationServerErrorParser.h"
+#include "support/AuthorizationServerErrorParser.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "storage/Base64.h"
+#include "velmor/Base64.h"
 
 #include <array>
 #include <cstdint>
