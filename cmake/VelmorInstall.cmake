@@ -6,8 +6,36 @@ install(TARGETS velmor_authorization
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(DIRECTORY include/velmor DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-  FILES_MATCHING PATTERN "*.h")
+# The public headers, by name: a header left out of this list is not API.
+install(FILES
+  include/velmor/ApplicationInfo.h
+  include/velmor/Base64.h
+  include/velmor/BlockOperation.h
+  include/velmor/CurlHttpClient.h
+  include/velmor/Data.h
+  include/velmor/DebugNotice.h
+  include/velmor/EnvironmentInfo.h
+  include/velmor/Error.h
+  include/velmor/Exception.h
+  include/velmor/Export.h
+  include/velmor/FileSecretStore.h
+  include/velmor/HttpClient.h
+  include/velmor/HttpUrlResponse.h
+  include/velmor/Localization.h
+  include/velmor/MemorySecretStore.h
+  include/velmor/Operation.h
+  include/velmor/OperationQueue.h
+  include/velmor/SecretServiceStore.h
+  include/velmor/SecretStore.h
+  include/velmor/ServerErrorResponse.h
+  include/velmor/Url.h
+  include/velmor/Value.h
+  include/velmor/VelmorAuthorizationClient.h
+  include/velmor/VelmorAuthorizationError.h
+  include/velmor/VelmorAuthorizationLibraryVersion.h
+  include/velmor/VelmorAuthorizationLogger.h
+  include/velmor/VelmorSimpleSecureStore.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/velmor)
 
 install(EXPORT VelmorAuthorizationTargets
   NAMESPACE velmor::

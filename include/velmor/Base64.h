@@ -8,12 +8,13 @@
 #include <string_view>
 
 #include "velmor/Data.h"
+#include "velmor/Export.h"
 
 namespace velmor {
 
 // The standard alphabet (A-Z, a-z, 0-9, "+", "/") with "=" padding.
 // Stateless; safe on any thread.
-class Base64 final {
+class VELMOR_EXPORT Base64 final {
  public:
   // The Base64 of the string's UTF-8 bytes; nothing for an empty string.
   static std::optional<std::string> encodeBase64WithString(std::string_view text);

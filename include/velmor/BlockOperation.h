@@ -5,13 +5,14 @@
 #include <functional>
 #include <memory>
 
+#include "velmor/Export.h"
 #include "velmor/Operation.h"
 
 namespace velmor {
 
 // Runs its block once, as `main`. The block is released as soon as it has
 // run, so whatever it captured does not live on with the operation.
-class BlockOperation final : public Operation {
+class VELMOR_EXPORT BlockOperation final : public Operation {
  public:
   // An empty block throws InvalidArgumentException.
   explicit BlockOperation(std::function<void()> block);

@@ -8,11 +8,12 @@
 #include <optional>
 #include <string>
 
+#include "velmor/Export.h"
 #include "velmor/HttpClient.h"
 
 namespace velmor {
 
-struct CurlHttpClientOptions {
+struct VELMOR_EXPORT CurlHttpClientOptions {
   // The whole exchange, connecting included, must end within this time, or
   // it fails with "NSURLErrorDomain" -1001. Zero or less waits without limit.
   std::chrono::milliseconds timeout = std::chrono::seconds(60);
@@ -52,7 +53,7 @@ struct CurlHttpClientOptions {
 // the first HTTPS connection; so consecutive requests to one server reuse
 // the connection, and the CA bundle is read once per client. Thread-safe:
 // concurrent sends use separate handles.
-class CurlHttpClient final : public HttpClient {
+class VELMOR_EXPORT CurlHttpClient final : public HttpClient {
  public:
   explicit CurlHttpClient(CurlHttpClientOptions options = {});
   ~CurlHttpClient() override;

@@ -6,6 +6,8 @@
 #include <functional>
 #include <string>
 
+#include "velmor/Export.h"
+
 namespace velmor {
 
 // While a debugger is attached, failures that have no caller to return
@@ -19,7 +21,7 @@ namespace velmor {
 // user-interface thread and return at once, without blocking or waiting for
 // the user; it may be called from several threads at once. Exceptions it
 // throws are dropped.
-class DebugNotice final {
+class VELMOR_EXPORT DebugNotice final {
  public:
   using Handler = std::function<void(const std::string& title, const std::string& message)>;
 

@@ -2,9 +2,11 @@
 #ifndef VELMOR_ENVIRONMENT_INFO_H_
 #define VELMOR_ENVIRONMENT_INFO_H_
 
+#include "velmor/Export.h"
+
 namespace velmor {
 
-class EnvironmentInfo final {};
+class VELMOR_EXPORT EnvironmentInfo final {};
 
 }  // namespace velmor
 

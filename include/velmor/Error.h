@@ -7,13 +7,14 @@
 #include <optional>
 #include <string>
 
+#include "velmor/Export.h"
 #include "velmor/Value.h"
 
 namespace velmor {
 
 // A domain, a signed code and user information, as the platform's errors
 // carry. Errors are immutable once made and may be passed between threads.
-class Error {
+class VELMOR_EXPORT Error {
  public:
   Error(std::string domain, std::int64_t code, std::optional<Dictionary> userInfo = std::nullopt);
   virtual ~Error();

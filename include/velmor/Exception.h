@@ -6,13 +6,14 @@
 #include <exception>
 #include <string>
 
+#include "velmor/Export.h"
 #include "velmor/Value.h"
 
 namespace velmor {
 
 // An exception with the platform's shape: a name that says what kind of
 // mistake it is, a reason naming the offending value, and optional details.
-class Exception : public std::exception {
+class VELMOR_EXPORT Exception : public std::exception {
  public:
   Exception(std::string name, std::string reason, Dictionary userInfo = {});
 
@@ -28,27 +29,27 @@ class Exception : public std::exception {
 };
 
 // "NSInvalidArgumentException": a missing or malformed argument.
-class InvalidArgumentException final : public Exception {
+class VELMOR_EXPORT InvalidArgumentException final : public Exception {
  public:
   explicit InvalidArgumentException(std::string reason);
 };
 
 // "NSRangeException": a value or index out of its allowed range.
-class RangeException final : public Exception {
+class VELMOR_EXPORT RangeException final : public Exception {
  public:
   explicit RangeException(std::string reason);
 };
 
 // "NSInternalInconsistencyException": the library was used in a way its
 // design rules out, such as calling an abstract method.
-class InternalInconsistencyException final : public Exception {
+class VELMOR_EXPORT InternalInconsistencyException final : public Exception {
  public:
   explicit InternalInconsistencyException(std::string reason);
 };
 
 // "NSGenericException": a failure with no more specific kind, such as the
 // secure random source or key derivation failing.
-class GenericException final : public Exception {
+class VELMOR_EXPORT GenericException final : public Exception {
  public:
   explicit GenericException(std::string reason);
 };

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "velmor/Export.h"
 #include "velmor/SecretStore.h"
 
 namespace velmor {
@@ -37,7 +38,7 @@ namespace velmor {
 // answer kSecretStoreParameterError (-50). A store whose directory is empty
 // (no home directory found) answers kSecretStoreNotAvailable. Nothing is
 // logged and nothing throws.
-class FileSecretStore final : public SecretStore {
+class VELMOR_EXPORT FileSecretStore final : public SecretStore {
  public:
   // `directory` (and missing parents, mode 0700) is created on the first
   // add. Writers also take away group and other permissions from an existing

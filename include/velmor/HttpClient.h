@@ -9,13 +9,14 @@
 
 #include "velmor/Data.h"
 #include "velmor/Error.h"
+#include "velmor/Export.h"
 #include "velmor/HttpUrlResponse.h"
 #include "velmor/Url.h"
 
 namespace velmor {
 
 // One request: method, URL, header fields in order, body.
-struct HttpRequest {
+struct VELMOR_EXPORT HttpRequest {
   explicit HttpRequest(Url requestUrl) : url(std::move(requestUrl)) {}
 
   Url url;
@@ -32,7 +33,7 @@ struct HttpRequest {
 //   connect, -1005 connection lost, -1200 secure connection failed, -1202
 //   untrusted certificate, ...) and "NSErrorFailingURLKey" in its user
 //   information; `body` may still hold what arrived.
-struct HttpResult {
+struct VELMOR_EXPORT HttpResult {
   std::shared_ptr<HttpUrlResponse> response;
   std::optional<Data> body;
   ErrorRef error;
@@ -41,7 +42,7 @@ struct HttpResult {
 // A blocking HTTP client. `send` may be called from any thread, from several
 // at once; it blocks the calling thread until the exchange ends or its
 // timeout passes. It never throws.
-class HttpClient {
+class VELMOR_EXPORT HttpClient {
  public:
   virtual ~HttpClient();
 
@@ -55,7 +56,7 @@ class HttpClient {
 };
 
 // Forwards to another client; subclass it to change one behaviour.
-class HttpClientWrapper : public HttpClient {
+class VELMOR_EXPORT HttpClientWrapper : public HttpClient {
  public:
   explicit HttpClientWrapper(std::shared_ptr<HttpClient> target) : target_(std::move(target)) {}
   HttpResult send(const HttpRequest& request) override { return target_->send(request); }

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "velmor/Export.h"
 #include "velmor/Url.h"
 #include "velmor/Value.h"
 
@@ -16,7 +17,7 @@ namespace velmor {
 
 // What a server answered, without the body. Immutable; safe to share
 // between threads.
-class HttpUrlResponse {
+class VELMOR_EXPORT HttpUrlResponse {
  public:
   using HeaderFields = std::vector<std::pair<std::string, std::string>>;
 

@@ -6,12 +6,14 @@
 #include <string>
 #include <string_view>
 
+#include "velmor/Export.h"
+
 namespace velmor {
 
 // The library's error descriptions are English texts used as keys. Without a
 // table they pass through unchanged; an application that ships translations
 // sets a table from English text to its own. Thread-safe.
-class Localization final {
+class VELMOR_EXPORT Localization final {
  public:
   Localization() = delete;
 

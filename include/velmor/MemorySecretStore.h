@@ -8,13 +8,14 @@
 #include <string>
 #include <utility>
 
+#include "velmor/Export.h"
 #include "velmor/SecretStore.h"
 
 namespace velmor {
 
 // For tests and for processes that must leave nothing behind. Thread-safe.
 // Nothing survives the process.
-class MemorySecretStore final : public SecretStore {
+class VELMOR_EXPORT MemorySecretStore final : public SecretStore {
  public:
   std::int32_t find(const std::string& service, const std::string& account, Data* data) override;
   std::int32_t add(const std::string& service, const std::string& account,

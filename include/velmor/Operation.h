@@ -5,6 +5,8 @@
 #include <atomic>
 #include <string>
 
+#include "velmor/Export.h"
+
 namespace velmor {
 
 // Subclasses put their work in `main`. An operation runs at most once: the
@@ -15,7 +17,7 @@ namespace velmor {
 // Cancelling only raises a flag. Work already running is never interrupted;
 // a long `main` tests `isCancelled` at the points where stopping is safe.
 // The flags may be read and `cancel` called from any thread.
-class Operation {
+class VELMOR_EXPORT Operation {
  public:
   Operation() = default;
   virtual ~Operation() = default;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "velmor/Export.h"
 #include "velmor/Operation.h"
 
 namespace velmor {
@@ -43,7 +44,7 @@ namespace velmor {
 // Should the system refuse a new thread, the adding thread serves the queue
 // itself before addOperation returns (and logs the refusal): slower, but no
 // operation is left behind.
-class OperationQueue final {
+class VELMOR_EXPORT OperationQueue final {
  public:
   using Task = std::function<void()>;
   using PostFunction = std::function<void(Task)>;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "velmor/Export.h"
 #include "velmor/SecretStore.h"
 
 namespace velmor {
@@ -48,7 +49,7 @@ namespace velmor {
 //
 // Built without libsecret (VELMOR_WITH_LIBSECRET=OFF), every call answers
 // -25291 and isAvailable() is false.
-class SecretServiceStore final : public SecretStore {
+class VELMOR_EXPORT SecretServiceStore final : public SecretStore {
  public:
   // `deadline` bounds each of the four calls as a whole.
   explicit SecretServiceStore(std::chrono::milliseconds deadline = std::chrono::seconds(5));

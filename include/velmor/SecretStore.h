@@ -8,6 +8,7 @@
 #include <string>
 
 #include "velmor/Data.h"
+#include "velmor/Export.h"
 
 namespace velmor {
 
@@ -27,7 +28,7 @@ enum SecretStoreStatus : std::int32_t {
 // is synchronous and safe to make from any thread; implementations never
 // block without bound (a store that does not answer gives
 // kSecretStoreNotAvailable).
-class SecretStore {
+class VELMOR_EXPORT SecretStore {
  public:
   virtual ~SecretStore();
 
@@ -55,7 +56,7 @@ class SecretStore {
 
 // Forwards every call to another store; subclass it to change one call
 // (to inject a failure, count calls, ...).
-class SecretStoreWrapper : public SecretStore {
+class VELMOR_EXPORT SecretStoreWrapper : public SecretStore {
  public:
   explicit SecretStoreWrapper(std::shared_ptr<SecretStore> target) : target_(std::move(target)) {}
 

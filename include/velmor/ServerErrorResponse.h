@@ -5,13 +5,14 @@
 #include <optional>
 #include <string>
 
+#include "velmor/Export.h"
 #include "velmor/Value.h"
 
 namespace velmor {
 
 // A plain record of the five fields of an error body; each is absent when
 // the body lacks its key.
-class ServerErrorResponse final {
+class VELMOR_EXPORT ServerErrorResponse final {
  public:
   ServerErrorResponse() = default;
   // Reads "error", "error_description", "error_uri", "x_error_reason" and

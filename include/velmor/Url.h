@@ -7,11 +7,13 @@
 #include <string>
 #include <string_view>
 
+#include "velmor/Export.h"
+
 namespace velmor {
 
 // An immutable, parsed absolute URL. Made only through `withString`, which
 // answers nothing for text that is not a URL.
-class Url {
+class VELMOR_EXPORT Url {
  public:
   // Parses an absolute URL ("https://host/path?query"), or an opaque one
   // such as "urn:example:client". Nothing for empty text, text with spaces

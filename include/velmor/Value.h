@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "velmor/Data.h"
+#include "velmor/Export.h"
 
 namespace velmor {
 
@@ -24,7 +25,7 @@ using Array = std::vector<Value>;
 // A map from text keys to values, kept sorted by key (byte order) in one
 // contiguous block: lookups are binary searches and iteration is in key
 // order, which is also the order a description prints.
-class Dictionary {
+class VELMOR_EXPORT Dictionary {
  public:
   using Entry = std::pair<std::string, Value>;
   using const_iterator = std::vector<Entry>::const_iterator;
@@ -55,7 +56,7 @@ class Dictionary {
   const_iterator begin() const;
   const_iterator end() const;
 
-  friend bool operator==(const Dictionary& a, const Dictionary& b);
+  friend VELMOR_EXPORT bool operator==(const Dictionary& a, const Dictionary& b);
 
  private:
   std::vector<Entry>::iterator lowerBound(std::string_view key);
@@ -67,7 +68,7 @@ class Dictionary {
 // One of: null, boolean, signed or unsigned 64-bit integer, double, UTF-8
 // text, bytes, array or dictionary. Integers keep their signedness so that
 // values above INT64_MAX survive a round trip.
-class Value {
+class VELMOR_EXPORT Value {
  public:
   enum class Kind { kNull, kBool, kInt, kUInt, kDouble, kString, kData, kArray, kDictionary };
 

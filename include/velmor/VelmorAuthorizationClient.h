@@ -13,6 +13,7 @@
 
 #include "velmor/Data.h"
 #include "velmor/Error.h"
+#include "velmor/Export.h"
 #include "velmor/HttpClient.h"
 #include "velmor/HttpUrlResponse.h"
 #include "velmor/OperationQueue.h"
@@ -27,14 +28,14 @@ namespace velmor {
 // names read and write these.
 //
 // Seconds every exchange waits before it is sent, to imitate a slow network.
-extern std::atomic<std::uint64_t> __simulatedNetworkDelayInterval;
+extern VELMOR_EXPORT std::atomic<std::uint64_t> __simulatedNetworkDelayInterval;
 // When non-zero, the lifetime in seconds of every new access token, whatever
 // the server granted.
-extern std::atomic<std::uint64_t> __accessTokenExpirationOverride;
+extern VELMOR_EXPORT std::atomic<std::uint64_t> __accessTokenExpirationOverride;
 // The same for every new refresh token.
-extern std::atomic<std::uint64_t> __refreshTokenExpirationOverride;
+extern VELMOR_EXPORT std::atomic<std::uint64_t> __refreshTokenExpirationOverride;
 // When set, every refresh first sends the client context, changed or not.
-extern std::atomic<bool> __alwaysSendClientContext;
+extern VELMOR_EXPORT std::atomic<bool> __alwaysSendClientContext;
 
 // Where a client stands; computed afresh from the stored record and the
 // clock on every call, never stored.
@@ -55,7 +56,7 @@ class VelmorAuthorizationClient;
 // thread, or on the thread that calls applicationDidBecomeActive() when that
 // fires an overdue timer (see VelmorAuthorizationClient); the default does
 // nothing.
-class VelmorAuthorizationClientDelegate {
+class VELMOR_EXPORT VelmorAuthorizationClientDelegate {
  public:
   virtual ~VelmorAuthorizationClientDelegate() = default;
   virtual void velmorAuthorizationClientDidSignOut(VelmorAuthorizationClient& client);
@@ -112,7 +113,7 @@ class VelmorAuthorizationClientDelegate {
 // timer: a timer action running on another thread is waited for, and none
 // starts afterwards. Completions already handed to the caller's queue may
 // still run; they never touch the client.
-class VelmorAuthorizationClient final {
+class VELMOR_EXPORT VelmorAuthorizationClient final {
  public:
   using Scopes = std::vector<std::string>;
   using Queue = std::shared_ptr<OperationQueue>;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "velmor/Error.h"
+#include "velmor/Export.h"
 #include "velmor/HttpUrlResponse.h"
 #include "velmor/ServerErrorResponse.h"
 #include "velmor/Value.h"
@@ -15,12 +16,13 @@
 namespace velmor {
 
 // Misuse of the library, missing response values, keychain failures.
-extern const char AuthorizationClientErrorDomain[];  // "com.velmor.authorization.client.general"
+extern VELMOR_EXPORT const char
+    AuthorizationClientErrorDomain[];  // "com.velmor.authorization.client.general"
 // Malformed HTTP responses.
-extern const char NetworkCommunicationErrorDomain[];
+extern VELMOR_EXPORT const char NetworkCommunicationErrorDomain[];
 // Errors reported by the authorization server; the code is the OAuth error
 // code (1 "access_denied" ... 12, -1 for others) or an HTTP status.
-extern const char AuthorizationServerErrorDomain[];
+extern VELMOR_EXPORT const char AuthorizationServerErrorDomain[];
 
 // Codes in AuthorizationClientErrorDomain.
 enum AuthorizationClientErrorCode : std::int64_t {
@@ -63,7 +65,7 @@ enum AuthorizationServerErrorCode : std::int64_t {
 // English description for each library-made error. Made on the library's
 // queue threads and handed to completions on the application's queue; not
 // changed after it is handed out.
-class VelmorAuthorizationError : public Error {
+class VELMOR_EXPORT VelmorAuthorizationError : public Error {
  public:
   // Every error the library makes with a free-form domain ("CCCrypt.kCCEncrypt").
   static std::shared_ptr<VelmorAuthorizationError> errorWithDomain(

@@ -4,14 +4,16 @@
 
 #include <string>
 
+#include "velmor/Export.h"
+
 // The build number, 13.0.
-extern "C" const double VelmorAuthorizationVersionNumber;
+extern "C" VELMOR_EXPORT const double VelmorAuthorizationVersionNumber;
 // A what(1) banner: "@(#)PROGRAM:VelmorAuthorization  PROJECT:<project>-13\n".
-extern "C" const unsigned char VelmorAuthorizationVersionString[];
+extern "C" VELMOR_EXPORT const unsigned char VelmorAuthorizationVersionString[];
 
 namespace velmor {
 
-class VelmorAuthorizationLibraryVersion final {
+class VELMOR_EXPORT VelmorAuthorizationLibraryVersion final {
  public:
   VelmorAuthorizationLibraryVersion() = delete;
 

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "velmor/Export.h"
+
 namespace velmor {
 
 class VelmorAuthorizationLogger;
@@ -17,7 +19,7 @@ class VelmorAuthorizationLogger;
 // Receives log messages. Called on whatever thread logged: the application's
 // own threads, the library's queue threads and its timer thread, possibly
 // several at once. Implementations must be thread-safe.
-class VelmorAuthorizationLoggerDelegate {
+class VELMOR_EXPORT VelmorAuthorizationLoggerDelegate {
  public:
   virtual ~VelmorAuthorizationLoggerDelegate() = default;
 
@@ -40,7 +42,7 @@ class VelmorAuthorizationLoggerDelegate {
 //   "c"  a yes/no character, shown as its number (1 or 0);
 //   "@?" a completion callback, shown by its description.
 // Any other tag makes `logMethod` throw.
-struct LogArgument {
+struct VELMOR_EXPORT LogArgument {
   std::string typeTag;
   std::optional<std::string> text;  // "@", "@?"
   std::uint64_t number = 0;         // "I", "Q", "B", "c"
@@ -58,7 +60,7 @@ struct LogArgument {
 // until the application raises it; a message of level L is written when
 // logLevel() >= L. Threshold and delegate may be changed at any time from any
 // thread; the change applies to the next message.
-class VelmorAuthorizationLogger final {
+class VELMOR_EXPORT VelmorAuthorizationLogger final {
  public:
   static constexpr std::int64_t kLevelError = 1;
   static constexpr std::int64_t kLevelInfo = 3;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "velmor/Data.h"
+#include "velmor/Export.h"
 #include "velmor/Value.h"
 
 namespace velmor {
@@ -42,7 +43,7 @@ namespace velmor {
 //
 // Threads: no locks. Use one object from one thread at a time. Two objects
 // (or processes) writing the same item can lose each other's changes.
-class VelmorSimpleSecureStore final {
+class VELMOR_EXPORT VelmorSimpleSecureStore final {
  public:
   // What kind of passcode the user chose, so the application can show the
   // right keypad.
