@@ -15,12 +15,12 @@
 #include "operations/RequestAccessTokenOperation.h"
 #include "operations/RevokeOperation.h"
 #include "platform/Uuid.h"
+#include "platform/VAErrorHandler.h"
 #include "storage/CryptoUtility.h"
 #include "storage/SecureData.h"
 #include "support/Format.h"
 #include "support/ParamValidator.h"
 #include "support/Text.h"
-#include "platform/VAErrorHandler.h"
 #include "transport/ApplicationHttpTransaction.h"
 #include "transport/RequestSignInViaWebTransaction.h"
 #include "velmor/VelmorAuthorizationError.h"
@@ -63,6 +63,35 @@ ErrorRef clientError(std::int64_t code) {
 void store(ErrorRef* location, ErrorRef error) {
   if (location != nullptr) *location = std::move(error);
 }
+
+// Hands an outcome to the application: a task on the caller's queue that
+// calls `report` with the completion. Only a caller who gave both a queue and
+// a completion hears back; otherwise the outcome is dropped.
+template <typename Completion, typename Report>
+void deliverWhenRun(const Queue& queue, const Completion& completion, Report report) {
+  if (!queue || !completion) return;
+  queue->addOperationWithBlock([completion, report] { report(completion); });
+}
+
+// The same for results known now.
+template <typename Completion, typename... Results>
+void deliver(const Queue& queue, const Completion& completion, Results... results) {
+  deliverWhenRun(queue, completion,
+                 [results...](const Completion& complete) { complete(results...); });
+}
+
+// What a synchronous exchange hands back: the completion fills it on the
+// private queue while the caller waits for the queue to drain. A cancelled
+// exchange never completes and leaves it empty.
+struct SyncOutcome {
+  std::optional<Scopes> scopes;
+  ErrorRef error;
+
+  std::optional<Scopes> returned(ErrorRef* location) {
+    store(location, error);
+    return std::move(scopes);
+  }
+};
 
 Dictionary authorizationHeaders(SecureData& record) {
   return Dictionary{{"Authorization", stringWithFormat("Bearer %@", record.accessToken())}};
@@ -170,11 +199,7 @@ struct VelmorAuthorizationClient::Impl {
   template <typename Completion, typename... Results>
   bool refusedAsBusy(const Queue& queue, const Completion& completion, Results... results) {
     if (!isBusy()) return false;
-    if (queue && completion) {
-      ErrorRef error = clientError(kClientErrorInvalidOperation);
-      queue->addOperationWithBlock(
-          [completion, results..., error] { completion(results..., error); });
-    }
+    deliver(queue, completion, results..., clientError(kClientErrorInvalidOperation));
     return true;
   }
 
@@ -205,21 +230,14 @@ struct VelmorAuthorizationClient::Impl {
 
   std::optional<Scopes> runSignIn(const std::shared_ptr<RequestAccessTokenOperation>& operation,
                                   ErrorRef* error) {
-    struct Outcome {
-      std::optional<Scopes> scopes;
-      ErrorRef error;
-    } outcome;
-    // The queue is drained before `outcome` goes out of scope; a cancelled
-    // operation never calls this and leaves it empty.
+    SyncOutcome outcome;
     operation->setSignInCompletionBlock(
         [this, &outcome](std::optional<std::string>, std::optional<Scopes> scopes, ErrorRef e) {
-          outcome.scopes = std::move(scopes);
-          outcome.error = std::move(e);
+          outcome = {std::move(scopes), std::move(e)};
           rearmExpiryTimer();
         });
     runAndWait(operation);
-    store(error, outcome.error);
-    return outcome.scopes;
+    return outcome.returned(error);
   }
 
   void startSignIn(const std::shared_ptr<RequestAccessTokenOperation>& operation, Queue queue,
@@ -227,10 +245,7 @@ struct VelmorAuthorizationClient::Impl {
     operation->setSignInCompletionBlock(
         [this, queue, completion](std::optional<std::string> username, std::optional<Scopes> scopes,
                                   ErrorRef error) {
-          if (queue && completion) {
-            queue->addOperationWithBlock(
-                [completion, username, scopes, error] { completion(username, scopes, error); });
-          }
+          deliver(queue, completion, username, scopes, error);
           rearmExpiryTimer();
         });
     operationQueue->addOperation(operation);
@@ -297,19 +312,14 @@ struct VelmorAuthorizationClient::Impl {
   std::optional<Scopes> refreshSync(std::optional<Scopes> scopes, ErrorRef* error) {
     validateScopes(scopes);
     auto operation = refreshOperation(std::move(scopes));
-    struct Outcome {
-      std::optional<Scopes> scopes;
-      ErrorRef error;
-    } outcome;
+    SyncOutcome outcome;
     operation->setRefreshAccessTokenCompletionBlock(
         [this, &outcome](std::optional<Scopes> granted, ErrorRef e) {
-          outcome.scopes = std::move(granted);
-          outcome.error = std::move(e);
+          outcome = {std::move(granted), std::move(e)};
           rearmExpiryTimer();
         });
     runAndWait(operation);
-    store(error, outcome.error);
-    return outcome.scopes;
+    return outcome.returned(error);
   }
 
   void refreshAsync(std::optional<Scopes> scopes, Queue queue, RefreshCompletion completion) {
@@ -317,10 +327,7 @@ struct VelmorAuthorizationClient::Impl {
     auto operation = refreshOperation(std::move(scopes));
     operation->setRefreshAccessTokenCompletionBlock(
         [this, queue, completion](std::optional<Scopes> granted, ErrorRef error) {
-          if (queue && completion) {
-            queue->addOperationWithBlock(
-                [completion, granted, error] { completion(granted, error); });
-          }
+          deliver(queue, completion, granted, error);
           rearmExpiryTimer();
         });
     operationQueue->addOperation(operation);
@@ -333,26 +340,23 @@ struct VelmorAuthorizationClient::Impl {
     const AuthorizationState state = this->state();
     const std::shared_ptr<SecureData> record = secureData;
     if (state != AuthorizationStateRefreshRequired) {
-      if (queue && completion) {
-        queue->addOperationWithBlock([record, state, completion] {
-          if (state == AuthorizationStateAuthorized) {
-            completion(state, authorizationHeaders(*record), nullptr);
-          } else {
-            completion(state, std::nullopt, nullptr);
-          }
-        });
-      }
+      deliverWhenRun(queue, completion, [record, state](const CheckCompletion& complete) {
+        if (state == AuthorizationStateAuthorized) {
+          complete(state, authorizationHeaders(*record), nullptr);
+        } else {
+          complete(state, std::nullopt, nullptr);
+        }
+      });
       return;
     }
     refreshAsync(
         std::nullopt, queue, [record, queue, completion](std::optional<Scopes>, ErrorRef error) {
-          if (!queue || !completion) return;
-          queue->addOperationWithBlock([record, completion, error] {
+          deliverWhenRun(queue, completion, [record, error](const CheckCompletion& complete) {
             // A successful refresh reports 3 as such, not a recomputed state.
             if (!error) {
-              completion(AuthorizationStateAuthorized, authorizationHeaders(*record), nullptr);
+              complete(AuthorizationStateAuthorized, authorizationHeaders(*record), nullptr);
             } else {
-              completion(CredentialValidity::authorizationState(*record), std::nullopt, error);
+              complete(CredentialValidity::authorizationState(*record), std::nullopt, error);
             }
           });
         });
@@ -569,10 +573,8 @@ void VelmorAuthorizationClient::activateAsync(Queue queue, ActivateCompletion co
   if (impl_->refusedAsBusy(queue, completion)) return;
   auto operation = std::make_shared<ActivateClientOperation>();
   impl_->configure(*operation);
-  operation->setActivateCompletionBlock([queue, completion](ErrorRef error) {
-    if (queue && completion)
-      queue->addOperationWithBlock([completion, error] { completion(error); });
-  });
+  operation->setActivateCompletionBlock(
+      [queue, completion](ErrorRef error) { deliver(queue, completion, error); });
   impl_->operationQueue->addOperation(operation);
 }
 
@@ -787,14 +789,12 @@ void VelmorAuthorizationClient::signOutAsync(Queue queue, SignOutCompletion comp
           {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
   impl_->operationQueue->cancelAllOperations();
   if (impl_->state() == AuthorizationStateSignInRequired) {
-    if (queue && completion) queue->addOperationWithBlock([completion] { completion(nullptr); });
+    deliver(queue, completion, ErrorRef());
     return;
   }
   auto operation = impl_->revokeOperation();
-  operation->setSignOutCompletionBlock([queue, completion](ErrorRef error) {
-    if (queue && completion)
-      queue->addOperationWithBlock([completion, error] { completion(error); });
-  });
+  operation->setSignOutCompletionBlock(
+      [queue, completion](ErrorRef error) { deliver(queue, completion, error); });
   impl_->operationQueue->addOperation(operation);
 }
 
@@ -868,10 +868,7 @@ void VelmorAuthorizationClient::signInAsyncWithWebAuthorizationResponse(
     failure = transaction->handleResponse(*responseUrl, &code, &redirectUrl, &username);
   }
   if (failure) {
-    if (completion) {
-      queue->addOperationWithBlock(
-          [completion, failure] { completion(std::nullopt, std::nullopt, failure); });
-    }
+    deliver(queue, completion, std::optional<std::string>(), std::optional<Scopes>(), failure);
     return;
   }
   impl_->codeSignInAsync(std::move(code), std::move(redirectUrl), std::move(username),
