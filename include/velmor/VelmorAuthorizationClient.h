@@ -4,6 +4,7 @@
 #define VELMOR_VELMOR_AUTHORIZATION_CLIENT_H_
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -116,6 +117,7 @@ class VELMOR_EXPORT VelmorAuthorizationClientDelegate {
 class VELMOR_EXPORT VelmorAuthorizationClient final {
  public:
   using Scopes = std::vector<std::string>;
+  using Date = std::chrono::system_clock::time_point;
   using Queue = std::shared_ptr<OperationQueue>;
   using ActivateCompletion = std::function<void(ErrorRef error)>;
   using SignInCompletion = std::function<void(std::optional<std::string> username,
@@ -157,6 +159,11 @@ class VELMOR_EXPORT VelmorAuthorizationClient final {
   // The stored user name of the last sign-in.
   bool hasUsername();
   std::optional<std::string> username();
+  // When the stored access and refresh tokens stop being valid, to the
+  // second; nothing when no such token is stored. The tokens themselves stay
+  // inside the library.
+  std::optional<Date> accessTokenValidEndDateTime();
+  std::optional<Date> refreshTokenValidEndDateTime();
   // A field for the application's own use; the client never reads it.
   void setUsername(std::optional<std::string> username);
 

@@ -461,6 +461,20 @@ std::optional<std::string> VelmorAuthorizationClient::username() {
   return impl_->secureData->username();
 }
 
+std::optional<VelmorAuthorizationClient::Date>
+VelmorAuthorizationClient::accessTokenValidEndDateTime() {
+  logCall("-[VelmorAuthorizationClient accessTokenValidEndDateTime]");
+  SecureData& record = *impl_->secureData;
+  return record.hasAccessToken() ? record.accessTokenValidEndDateTime() : std::nullopt;
+}
+
+std::optional<VelmorAuthorizationClient::Date>
+VelmorAuthorizationClient::refreshTokenValidEndDateTime() {
+  logCall("-[VelmorAuthorizationClient refreshTokenValidEndDateTime]");
+  SecureData& record = *impl_->secureData;
+  return record.hasRefreshToken() ? record.refreshTokenValidEndDateTime() : std::nullopt;
+}
+
 void VelmorAuthorizationClient::setUsername(std::optional<std::string> username) {
   logCall("-[VelmorAuthorizationClient setUsername:]", {object(username)});
   impl_->applicationUsername = std::move(username);

@@ -12,7 +12,6 @@
 #include "TerminalInput.h"
 #include "ToolError.h"
 #include "WebSignInFlow.h"
-#include "support/Text.h"
 
 namespace velmor::tool {
 
@@ -24,6 +23,12 @@ std::optional<Scopes> scopesOf(const Invocation& invocation) {
   std::vector<std::string> scopes = invocation.values(option::kScope);
   if (scopes.empty()) return std::nullopt;
   return scopes;
+}
+
+// The library refuses blank user names and codes by throwing; the tool says
+// which option was blank first.
+bool isBlank(const std::string& text) {
+  return text.find_first_not_of(" \t\r\n\v\f") == std::string::npos;
 }
 
 std::string joined(const Scopes& scopes) {
@@ -90,7 +95,7 @@ int runSignIn(CommandContext& context) {
       if (invocation.has(name))
         return out.usage(std::string(name) + " needs --username", "sign-in");
     }
-  } else if (text::trimWhitespaceAndNewlines(*username).empty()) {
+  } else if (isBlank(*username)) {
     return out.usage("--username must not be blank", "sign-in");
   }
   int status = kExitSuccess;
@@ -259,7 +264,7 @@ int runCodeExchange(CommandContext& context) {
   const Invocation& invocation = context.invocation;
   const std::optional<std::string> code = invocation.value(option::kCode);
   const std::optional<std::string> redirect = invocation.value(option::kRedirectUrl);
-  if (!code || text::trimWhitespaceAndNewlines(*code).empty()) {
+  if (!code || isBlank(*code)) {
     return context.out.usage("--code is required", "code-exchange");
   }
   if (!redirect) return context.out.usage("--redirect-url is required", "code-exchange");

@@ -9,7 +9,6 @@
 #include "OptionNames.h"
 #include "ToolError.h"
 #include "devserver/ServiceSettings.h"
-#include "storage/SecureData.h"
 #include "velmor/Exception.h"
 
 namespace velmor::tool {
@@ -84,10 +83,8 @@ std::unique_ptr<ClientSession> ClientSession::open(const Invocation& invocation,
 
 ClientSession::ClientSession(Url serverUrl, std::string appToken, Data key, std::uint64_t slot)
     : serverUrl_(std::move(serverUrl)),
-      appToken_(std::move(appToken)),
-      key_(std::move(key)),
-      slot_(slot),
-      client_(std::make_unique<VelmorAuthorizationClient>(*serverUrl_, appToken_, key_, slot_)) {}
+      client_(std::make_unique<VelmorAuthorizationClient>(*serverUrl_, std::move(appToken),
+                                                          std::move(key), slot)) {}
 
 ClientSession::~ClientSession() = default;
 
@@ -101,14 +98,11 @@ void ClientSession::reportState(OutputPrinter& out, bool withLine) {
 }
 
 void ClientSession::reportValidity(OutputPrinter& out) {
-  // The client answers states, not times; the record it keeps has them.
-  SecureData record(serverUrl_->host().value_or(""), appToken_, key_,
-                    static_cast<std::int64_t>(slot_));
   nlohmann::json validUntil = nlohmann::json::object();
   reportDate(out, validUntil["accessToken"], "Access token valid until",
-             record.hasAccessToken() ? record.accessTokenValidEndDateTime() : std::nullopt);
+             client_->accessTokenValidEndDateTime());
   reportDate(out, validUntil["refreshToken"], "Refresh token valid until",
-             record.hasRefreshToken() ? record.refreshTokenValidEndDateTime() : std::nullopt);
+             client_->refreshTokenValidEndDateTime());
   out.set("validUntil", validUntil);
 }
 

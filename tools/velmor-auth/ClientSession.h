@@ -47,9 +47,6 @@ class ClientSession final {
   ClientSession(Url serverUrl, std::string appToken, Data key, std::uint64_t slot);
 
   std::optional<Url> serverUrl_;
-  std::string appToken_;
-  Data key_;
-  std::uint64_t slot_;
   std::unique_ptr<VelmorAuthorizationClient> client_;
 };
 

@@ -11,8 +11,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "platform/FileDescriptor.h"
-#include "support/Text.h"
+#include "UniqueFd.h"
 #include "velmor/Base64.h"
 
 namespace velmor::tool {
@@ -47,7 +46,8 @@ std::optional<Data> readKey(const std::string& path, std::string* error) {
     return std::nullopt;
   }
   const std::string text((std::istreambuf_iterator<char>(file)), {});
-  std::optional<Data> key = Base64::decodeBase64WithString(text::trimWhitespaceAndNewlines(text));
+  // The decoder skips the line break and any blanks around the key.
+  std::optional<Data> key = Base64::decodeBase64WithString(text);
   if (!key || key->empty()) {
     *error = "the key file " + path + " holds no Base64 key";
     return std::nullopt;
@@ -59,7 +59,7 @@ std::optional<Data> readKey(const std::string& path, std::string* error) {
 // of two runs making the key at once, one wins and both read its key.
 bool writeKey(const std::string& path, const Data& key, std::string* error) {
   const std::string temporary = path + ".tmp-" + std::to_string(::getpid());
-  FileDescriptor file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  UniqueFd file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file.valid()) {
     *error = "cannot create " + temporary + ": " + std::strerror(errno);
     return false;

@@ -6,7 +6,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "platform/FileDescriptor.h"
+#include "UniqueFd.h"
 
 namespace velmor::tool {
 
@@ -59,7 +59,7 @@ class EchoOff final {
 }  // namespace
 
 std::optional<std::string> TerminalInput::readHidden(const std::string& prompt) {
-  FileDescriptor terminal(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
+  UniqueFd terminal(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
   if (!terminal.valid()) return std::nullopt;
   EchoOff echoOff(terminal.get());
   if (!echoOff.active()) return std::nullopt;
