@@ -64,7 +64,7 @@ class VELMOR_EXPORT CurlHttpClient final : public HttpClient {
   HttpResult send(const HttpRequest& request) override;
 
  private:
-  class Impl;
+  class VELMOR_NO_EXPORT Impl;
   std::unique_ptr<Impl> impl_;
 };
 

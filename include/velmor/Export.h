@@ -5,8 +5,12 @@
 
 #if defined(__GNUC__) || defined(__clang__)
 #define VELMOR_EXPORT __attribute__((visibility("default")))
+// For a class nested in an exported one that stays internal (a private
+// implementation): it would otherwise be exported with its enclosing class.
+#define VELMOR_NO_EXPORT __attribute__((visibility("hidden")))
 #else
 #define VELMOR_EXPORT
+#define VELMOR_NO_EXPORT
 #endif
 
 #endif  // VELMOR_EXPORT_H_

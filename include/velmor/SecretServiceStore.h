@@ -68,7 +68,7 @@ class VELMOR_EXPORT SecretServiceStore final : public SecretStore {
   std::int32_t remove(const std::string& service, const std::string& account) override;
 
  private:
-  class Impl;
+  class VELMOR_NO_EXPORT Impl;
   std::unique_ptr<Impl> impl_;
 };
 

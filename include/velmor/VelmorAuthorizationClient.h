@@ -278,7 +278,7 @@ class VELMOR_EXPORT VelmorAuthorizationClient final {
                                         SignInCompletion completion);
 
  private:
-  struct Impl;
+  struct VELMOR_NO_EXPORT Impl;
   std::unique_ptr<Impl> impl_;
 };
 
