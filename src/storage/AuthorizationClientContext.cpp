@@ -89,7 +89,7 @@ std::optional<std::string> AuthorizationClientContext::hardwareModel() {
 
 std::string AuthorizationClientContext::generateAndSaveIfNeeded(bool* changed, ErrorRef* error) {
   if (changed) *changed = false;
-  const std::string line = AuthorizationClientContext().description();
+  std::string line = AuthorizationClientContext().description();
 
   ErrorRef local;
   ErrorRef* errorVariable = error ? error : &local;

@@ -48,7 +48,7 @@ bool created(const std::string& path, ErrorRef* error) {
 
 std::string DirectoryUtility::applicationSupportDirectory(bool create, ErrorRef* error) {
   std::optional<std::string> base = userDataDirectory(SystemIdentity::defaultIdentity());
-  const std::string path = base.value_or("") + "/" + applicationName();
+  std::string path = base.value_or("") + "/" + applicationName();
   if (!base) {
     if (error) *error = posixError(ENOENT, std::nullopt);
     return path;

@@ -47,7 +47,7 @@ class ToolTest : public ::testing::Test {
     arguments.push_back("--json");
     const ToolRun result = run(arguments, input);
     EXPECT_EQ(result.exitCode, expectedExit) << result.err;
-    const Json parsed = Json::parse(result.out, nullptr, false);
+    Json parsed = Json::parse(result.out, nullptr, false);
     EXPECT_FALSE(parsed.is_discarded()) << result.out;
     return parsed;
   }
