@@ -10,7 +10,6 @@
 namespace velmor {
 namespace {
 
-using test::bytesOf;
 using test::outcomeOf;
 
 class RevokeTransactionTest : public test::TransactionTest {
