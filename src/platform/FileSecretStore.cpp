@@ -19,6 +19,7 @@
 
 #include "platform/FileDescriptor.h"
 #include "platform/FileLock.h"
+#include "platform/IdentityLock.h"
 #include "platform/StoredSecretItem.h"
 
 namespace velmor {
@@ -290,6 +291,13 @@ std::int32_t FileSecretStore::update(const std::string& service, const std::stri
 
 std::int32_t FileSecretStore::remove(const std::string& service, const std::string& account) {
   return write(Write::kRemove, service, account, nullptr);
+}
+
+std::int32_t FileSecretStore::lockItem(const std::string& service, const std::string& account,
+                                       std::chrono::milliseconds timeout, SecretStoreLock* lock) {
+  if (directory_.empty()) return kSecretStoreNotAvailable;
+  return IdentityLock::lockFile(directory_, IdentityLock::fileNameFor(service, account), timeout,
+                                lock);
 }
 
 std::int32_t FileSecretStore::write(Write kind, const std::string& service,

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/IdentityLock.h"
 #include "support/Format.h"
 #include "velmor/FileSecretStore.h"
 #include "velmor/MemorySecretStore.h"
@@ -69,6 +70,14 @@ std::shared_ptr<SecretStore> automaticChoice() {
 }  // namespace
 
 SecretStore::~SecretStore() = default;
+
+std::int32_t SecretStore::lockItem(const std::string& service, const std::string& account,
+                                   std::chrono::milliseconds timeout, SecretStoreLock* lock) {
+  const std::string directory = IdentityLock::runtimeDirectory();
+  if (directory.empty()) return kSecretStoreIoError;
+  return IdentityLock::lockFile(directory, IdentityLock::fileNameFor(service, account), timeout,
+                                lock);
+}
 
 std::shared_ptr<SecretStore> SecretStore::defaultStore() {
   std::lock_guard<std::mutex> lock(defaultMutex);

@@ -31,6 +31,7 @@ constexpr StatusMessage kStatusMessages[] = {
     {-25308, "User interaction is not allowed."},
     {-26275, "Unable to decode the provided data."},
     {-34018, "A required entitlement isn't present."},
+    {100060, "Operation timed out."},
 };
 
 }  // namespace
