@@ -33,8 +33,8 @@ enum SecretStoreStatus : std::int32_t {
 constexpr std::int32_t kSecretStoreTimedOut = 100060;
 
 // Holds a store's lock on one item from SecretStore::lockItem until it is
-// destroyed or unlock() is called. Move-only; an empty one holds nothing.
-// Release it on the thread that took it.
+// destroyed or unlock() is called, on whichever thread. Move-only; an
+// empty one holds nothing.
 class VELMOR_EXPORT SecretStoreLock final {
  public:
   // What a store keeps while the lock is held; destroying it lets go.

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "client/ClientLogText.h"
-#include "client/CredentialValidity.h"
+#include "storage/CredentialValidity.h"
 #include "client/RefreshTokenExpiryTimer.h"
 #include "client/SignInLogLine.h"
 #include "operations/ActivateClientOperation.h"
@@ -154,7 +154,7 @@ struct VelmorAuthorizationClient::Impl {
     }
   }
 
-  AuthorizationState state() { return CredentialValidity::authorizationState(*secureData); }
+  AuthorizationState state() { return CredentialValidity::authorizationState(secureData->snapshot()); }
 
   bool isBusy() const { return operationQueue->operationCount() != 0; }
 
@@ -356,7 +356,7 @@ struct VelmorAuthorizationClient::Impl {
             if (!error) {
               complete(AuthorizationStateAuthorized, authorizationHeaders(*record), nullptr);
             } else {
-              complete(CredentialValidity::authorizationState(*record), std::nullopt, error);
+              complete(CredentialValidity::authorizationState(record->snapshot()), std::nullopt, error);
             }
           });
         });

@@ -15,8 +15,8 @@ namespace velmor {
 // timed wait on a condition variable), and only then, when the lock has a
 // file, the file's flock among processes (polled without blocking, so the
 // wait stays bounded). A thread that holds a name may take it again; the
-// holders nest and the last one lets go. Holders must be released on the
-// thread that took them. All members are thread-safe.
+// holders nest and the last one lets go, on whichever thread it is
+// released. All members are thread-safe.
 class IdentityLock final {
  public:
   IdentityLock() = delete;
