@@ -41,7 +41,10 @@ std::vector<CommandSpec> makeCommands() {
          {kRefreshTokenLifetime, "SECONDS", false, "refresh token lifetime (default 1209600)"},
          {kMaxFailedSignIns, "N", false,
           "wrong passwords in a row that lock an account (default 3, 0 never)"},
-         {kLockoutSeconds, "SECONDS", false, "how long a lock lasts (default 900)"}},
+         {kLockoutSeconds, "SECONDS", false, "how long a lock lasts (default 900)"},
+         {kRefreshTokenGrace, "SECONDS", false,
+          "honour a spent refresh token this long after its rotation instead of revoking the "
+          "sign-in (default 0: strict)"}},
         {}},
        runServe},
       {"activate", "", "register this installation with the server", "", {}, runActivate},
