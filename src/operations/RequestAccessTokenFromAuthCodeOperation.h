@@ -22,7 +22,8 @@ class RequestAccessTokenFromAuthCodeOperation final : public RequestAccessTokenO
   const std::optional<Url>& redirectUrl() const { return redirectUrl_; }
   void setRedirectUrl(std::optional<Url> url) { redirectUrl_ = std::move(url); }
 
-  void main() override;
+ protected:
+  void perform() override;
 
  private:
   std::string authorizationCode_;
