@@ -72,6 +72,18 @@ bool sameMac(const Data& computed, const Data& stored) {
          CRYPTO_memcmp(computed.data(), stored.data(), computed.size()) == 0;
 }
 
+bool anyRecord(const CredentialRecord&) { return true; }
+
+// Both tokens and their validity dates.
+std::vector<std::string> tokenKeys() {
+  return {Record::kAccessTokenKey,
+          Record::kAccessTokenValidStartKey,
+          Record::kAccessTokenValidEndKey,
+          Record::kRefreshTokenKey,
+          Record::kRefreshTokenValidStartKey,
+          Record::kRefreshTokenValidEndKey};
+}
+
 // Keychain error descriptions carry the call and the status, never item data.
 void logError(const ErrorRef& error) {
   VelmorAuthorizationLogger::sharedLogger().log(stringWithFormat("%@", error),
@@ -212,44 +224,30 @@ std::optional<std::string> SecureData::retrieveValueForKey(const std::string& ke
   return snapshot().value(key);
 }
 
-void SecureData::deleteValueForKey(const std::string& key) {
-  modify([&](std::optional<Dictionary>& dictionary) {
-    if (!dictionary) return false;
-    dictionary->erase(key);
-    return true;
-  });
-}
+void SecureData::deleteValueForKey(const std::string& key) { deleteValuesWhere({key}, anyRecord); }
 
 void SecureData::deleteAccessTokenEntries() {
-  modify([](std::optional<Dictionary>& dictionary) {
-    if (!dictionary) return false;
-    for (const char* key : {Record::kAccessTokenKey, Record::kAccessTokenValidStartKey,
-                            Record::kAccessTokenValidEndKey})
-      dictionary->erase(key);
-    return true;
-  });
+  deleteValuesWhere(
+      {Record::kAccessTokenKey, Record::kAccessTokenValidStartKey, Record::kAccessTokenValidEndKey},
+      anyRecord);
 }
 
-void SecureData::deleteTokenEntries() {
-  deleteTokenEntriesWhere([](const CredentialRecord&) { return true; });
-}
+void SecureData::deleteTokenEntries() { deleteValuesWhere(tokenKeys(), anyRecord); }
 
 bool SecureData::deleteTokenEntriesIfRefreshTokenIs(
     const std::optional<std::string>& refreshToken) {
-  return deleteTokenEntriesWhere(
-      [&](const CredentialRecord& stored) { return stored.refreshToken() == refreshToken; });
+  return deleteValuesWhere(tokenKeys(), [&](const CredentialRecord& stored) {
+    return stored.refreshToken() == refreshToken;
+  });
 }
 
-bool SecureData::deleteTokenEntriesWhere(
-    const std::function<bool(const CredentialRecord&)>& condition) {
+bool SecureData::deleteValuesWhere(const std::vector<std::string>& keys,
+                                   const std::function<bool(const CredentialRecord&)>& condition) {
   bool deleted = false;
   modify([&](std::optional<Dictionary>& dictionary) {
     deleted = condition(CredentialRecord(dictionary));
     if (!dictionary || !deleted) return false;
-    for (const char* key : {Record::kAccessTokenKey, Record::kAccessTokenValidStartKey,
-                            Record::kAccessTokenValidEndKey, Record::kRefreshTokenKey,
-                            Record::kRefreshTokenValidStartKey, Record::kRefreshTokenValidEndKey})
-      dictionary->erase(key);
+    for (const std::string& key : keys) dictionary->erase(key);
     return true;
   });
   return deleted;

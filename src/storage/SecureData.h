@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/Mutex.h"
 #include "storage/CredentialRecord.h"
@@ -190,7 +191,10 @@ class SecureData final {
   using Change = std::function<bool(std::optional<Dictionary>& dictionary)>;
 
   Reading read();
-  bool deleteTokenEntriesWhere(const std::function<bool(const CredentialRecord&)>& condition);
+  // Deletes `keys` in one read-modify-write when the record exists and meets
+  // `condition`; whether it did.
+  bool deleteValuesWhere(const std::vector<std::string>& keys,
+                         const std::function<bool(const CredentialRecord&)>& condition);
   bool changedSince(const Key& key, const Data& archive) const;
   void modify(const Change& change);
   std::optional<Dictionary> readRecord(const Data& archive, const Key& key) const;
