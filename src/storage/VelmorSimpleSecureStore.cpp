@@ -10,6 +10,7 @@
 #include "platform/VAErrorHandler.h"
 #include "storage/CryptoUtility.h"
 #include "storage/KeychainItem.h"
+#include "storage/PbkdfCalibration.h"
 #include "storage/SecureStoreRecord.h"
 #include "support/Format.h"
 #include "support/LogSecret.h"
@@ -88,6 +89,18 @@ bool sameBytes(const Data& a, const Data& b) {
 // have always found it.
 void reportMissing(const char* what) {
   VAErrorHandler::handleError(*VelmorAuthorizationError::errorWithDomain(what, -1, std::nullopt));
+}
+
+// Deriving with such a count would take hours: the record was damaged or
+// written to keep its reader busy.
+void reportExcessiveRoundCount(std::uint32_t roundCount) {
+  VAErrorHandler::handleError(VelmorAuthorizationError(
+      "Excessive RoundCount", -1,
+      stringWithFormat("The stored RoundCount, %u, is more than %u times what this machine "
+                       "derives in %ld ms; the passcode is not checked.",
+                       roundCount, PbkdfCalibration::kStoredRoundCountFactor,
+                       static_cast<std::int64_t>(PbkdfCalibration::kTargetDuration.count())),
+      std::nullopt));
 }
 
 }  // namespace
@@ -270,6 +283,10 @@ bool VelmorSimpleSecureStore::validatePasscode(const std::string& passcode, Data
   std::optional<std::uint32_t> roundCount = roundCountIn(*dictionary);
   if (!roundCount) {
     reportMissing("Missing RoundCount");
+    return false;
+  }
+  if (*roundCount > PbkdfCalibration::storedRoundCountCeiling()) {
+    reportExcessiveRoundCount(*roundCount);
     return false;
   }
   std::uint32_t usedRoundCount = 0;
