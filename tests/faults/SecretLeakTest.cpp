@@ -208,6 +208,11 @@ bool anyLineHas(const Outcome& run, std::int64_t level, const std::string& text)
   return false;
 }
 
+std::string upper(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return text;
+}
+
 TEST(SecretLeakTest, NormalisedSearchFindsEveryRendering) {
   const Data key = test::clientKey();
   const std::string credentials = std::string(kClientId) + ":" + kClientSecret;
@@ -217,7 +222,7 @@ TEST(SecretLeakTest, NormalisedSearchFindsEveryRendering) {
   } cases[] = {
       {"encryptionKey: '" + Value(key).description() + "'", true},
       {"key " + *Base64::encodeBase64WithData(key), true},
-      {"HEX " + normalised(hex(key)).substr(0, 20) + " " + hex(key).substr(20), true},
+      {"in capitals and words " + upper(hex(key).substr(0, 20)) + " " + hex(key).substr(20), true},
       {"password=user%20pass%2Fword%2BX4m2", true},
       {"Authorization: Basic " + *Base64::encodeBase64WithData(bytesOf(credentials)), true},
       {"refresh_token=REFRESH-TOKEN-2-HC5", true},
