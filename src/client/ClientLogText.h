@@ -25,7 +25,9 @@ namespace velmor {
 // - an HTTP response: "<HttpUrlResponse: 0x…> { URL: … } { Status Code: …,
 //   Headers {…} }";
 // - a delegate: "<VelmorAuthorizationClientDelegate: 0x…>".
-// Stateless and thread-safe.
+// Secrets (the key, passwords, codes, received redirect URLs) do not come
+// here: LogSecret decides what a line shows for them. Stateless and
+// thread-safe.
 class ClientLogText final {
  public:
   ClientLogText() = delete;
