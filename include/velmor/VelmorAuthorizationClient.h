@@ -140,11 +140,17 @@ class VELMOR_EXPORT VelmorAuthorizationClientDelegate {
 //
 // Every public member writes one line through the shared logger, except
 // simulatedNetworkDelayInterval() and applicationDidBecomeActive().
-// Passwords, authorization codes and the redirect URLs received appear in
-// clear only when level 5 (sensitive) is loggable; the application token and
-// the encryption key are logged at level 3 like any argument. In these lines
-// a queue shows as "<OperationQueue: 0x…>", a completion as
-// "<__NSMallocBlock__>", and anything absent as "(null)".
+// The encryption key, passwords, authorization codes and the redirect URLs
+// received appear in clear only when level 5 (sensitive) is loggable, and
+// are starred ("***", "**...**") otherwise. The key is starred on purpose,
+// although it is a mere argument of construction and changeEncryptionKey():
+// with a diagnostic log and the stored record, anyone could read the client
+// secret and the tokens. Arguments are turned into text only for a line
+// that is written, so with logging off no copy of the key is made. The
+// application token is logged at level 3 like any argument. In these lines a
+// queue shows as "<OperationQueue: 0x…>", a completion as
+// "<__NSMallocBlock__>", anything absent as "(null)", and a null error
+// location as "0x0" (or "0x0x0" in the sign-in lines' "0x%p").
 //
 // The destructor first stops the timer — a timer action running on another
 // thread is waited for, and none starts afterwards — then waits for the

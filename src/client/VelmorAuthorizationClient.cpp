@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "client/ClientLogText.h"
@@ -20,6 +21,7 @@
 #include "storage/CryptoUtility.h"
 #include "storage/SecureData.h"
 #include "support/Format.h"
+#include "support/LogSecret.h"
 #include "support/ParamValidator.h"
 #include "support/Text.h"
 #include "transport/ApplicationHttpTransaction.h"
@@ -41,21 +43,37 @@ constexpr char16_t kUsernameExcludedCharacters[] = u"()<>,;:\"[]{}'";
 
 VelmorAuthorizationLogger& logger() { return VelmorAuthorizationLogger::sharedLogger(); }
 
-void logCall(std::string_view displayName, const std::vector<LogArgument>& arguments = {}) {
-  logger().logMethod(displayName, arguments);
+// One argument of an entry line, made only for a line that is written:
+// LogArguments as they are, secrets as LogSecret shows them, objects by
+// their ClientLogText, texts as they are.
+template <typename T>
+LogArgument logArgument(const T& value, bool secretsInClear) {
+  if constexpr (std::is_same_v<T, LogArgument>) {
+    return value;
+  } else if constexpr (std::is_same_v<T, LogSecret>) {
+    return LogArgument::object(value.text(secretsInClear));
+  } else if constexpr (requires { ClientLogText::of(value); }) {
+    return LogArgument::object(ClientLogText::of(value));
+  } else {
+    return LogArgument::object(value);
+  }
 }
 
-void logInfo(const std::string& message) {
-  logger().log(message, VelmorAuthorizationLogger::kLevelInfo);
+// A member's entry line through logMethod, at the info level.
+template <typename... Args>
+void logCall(std::string_view displayName, const Args&... arguments) {
+  if (!logger().isLoggable(VelmorAuthorizationLogger::kLevelInfo)) return;
+  [[maybe_unused]] const bool secretsInClear = LogSecret::shownInClear();
+  logger().logMethod(displayName, {logArgument(arguments, secretsInClear)...});
 }
 
-LogArgument object(std::optional<std::string> description) {
-  return LogArgument::object(std::move(description));
+template <typename... Args>
+void logInfo(std::string_view format, const Args&... arguments) {
+  if (!logger().isLoggable(VelmorAuthorizationLogger::kLevelInfo)) return;
+  logger().log(stringWithFormat(format, arguments...), VelmorAuthorizationLogger::kLevelInfo);
 }
 
 LogArgument location(const void* pointer) { return LogArgument::pointerTo("^@", pointer); }
-
-LogArgument completionArgument(bool isSet) { return LogArgument::callback(isSet); }
 
 ErrorRef clientError(std::int64_t code) {
   return VelmorAuthorizationError::errorWithDomain(AuthorizationClientErrorDomain, code,
@@ -425,8 +443,8 @@ VelmorAuthorizationClient::VelmorAuthorizationClient(std::optional<Url> authoriz
                                                      std::optional<std::string> appToken,
                                                      std::optional<Data> encryptionKey) {
   logCall("-[VelmorAuthorizationClient initWithAuthorizationServerBaseUrl:appToken:encryptionKey:]",
-          {object(ClientLogText::of(authorizationServerBaseUrl)), object(appToken),
-           object(ClientLogText::of(encryptionKey))});
+          authorizationServerBaseUrl, appToken,
+          LogSecret(LogSecret::Kind::kEncryptionKey, encryptionKey));
   ParamValidator::checkIsNotNil(authorizationServerBaseUrl, "serverBaseUrl");
   ParamValidator::checkIsNotNilOrWhitespaceOnlyString(appToken, "token");
   impl_ = std::make_unique<Impl>(*this, std::move(*authorizationServerBaseUrl), *appToken,
@@ -440,9 +458,9 @@ VelmorAuthorizationClient::VelmorAuthorizationClient(std::optional<Url> authoriz
   logCall(
       "-[VelmorAuthorizationClient "
       "initWithAuthorizationServerBaseUrl:appToken:encryptionKey:authorizedIdentitySlot:]",
-      {object(ClientLogText::of(authorizationServerBaseUrl)), object(appToken),
-       object(ClientLogText::of(encryptionKey)),
-       LogArgument::unsignedInteger(authorizedIdentitySlot)});
+      authorizationServerBaseUrl, appToken,
+      LogSecret(LogSecret::Kind::kEncryptionKey, encryptionKey),
+      LogArgument::unsignedInteger(authorizedIdentitySlot));
   ParamValidator::checkIsNotNil(authorizationServerBaseUrl, "serverBaseUrl");
   ParamValidator::checkIsNotNilOrWhitespaceOnlyString(appToken, "token");
   checkSeconds(authorizedIdentitySlot, "authorizedIdentitySlot");
@@ -459,7 +477,7 @@ VelmorAuthorizationClient::~VelmorAuthorizationClient() {
 }
 
 Data VelmorAuthorizationClient::generateEncryptionKey() {
-  logInfo(stringWithFormat("%s", "+[VelmorAuthorizationClient generateEncryptionKey]"));
+  logInfo("%s", "+[VelmorAuthorizationClient generateEncryptionKey]");
   const Data salt = CryptoUtility::randomSalt();
   std::uint32_t actualRoundCount = 0;
   // The password is random and thrown away: only the key matters, and the
@@ -474,13 +492,13 @@ VelmorAuthorizationClientDelegate* VelmorAuthorizationClient::delegate() const {
 }
 
 void VelmorAuthorizationClient::setDelegate(VelmorAuthorizationClientDelegate* delegate) {
-  logCall("-[VelmorAuthorizationClient setDelegate:]", {object(ClientLogText::of(delegate))});
+  logCall("-[VelmorAuthorizationClient setDelegate:]", delegate);
   impl_->delegate.store(delegate);
 }
 
 void VelmorAuthorizationClient::changeEncryptionKey(std::optional<Data> encryptionKey) {
   logCall("-[VelmorAuthorizationClient changeEncryptionKey:]",
-          {object(ClientLogText::of(encryptionKey))});
+          LogSecret(LogSecret::Kind::kEncryptionKey, encryptionKey));
   impl_->secureData->changeAesEncryptionKey(std::move(encryptionKey));
 }
 
@@ -519,7 +537,7 @@ VelmorAuthorizationClient::refreshTokenValidEndDateTime() {
 }
 
 void VelmorAuthorizationClient::setUsername(std::optional<std::string> username) {
-  logCall("-[VelmorAuthorizationClient setUsername:]", {object(username)});
+  logCall("-[VelmorAuthorizationClient setUsername:]", username);
   impl_->applicationUsername = std::move(username);
 }
 
@@ -530,7 +548,7 @@ std::uint64_t VelmorAuthorizationClient::simulatedNetworkDelayInterval() const {
 
 void VelmorAuthorizationClient::setSimulatedNetworkDelayInterval(std::uint64_t seconds) {
   logCall("-[VelmorAuthorizationClient setSimulatedNetworkDelayInterval:]",
-          {LogArgument::unsignedInteger(seconds)});
+          LogArgument::unsignedInteger(seconds));
   checkSeconds(seconds, "simulatedNetworkDelayInterval");
   __simulatedNetworkDelayInterval.store(seconds);
 }
@@ -542,7 +560,7 @@ std::uint64_t VelmorAuthorizationClient::accessTokenExpirationOverride() const {
 
 void VelmorAuthorizationClient::setAccessTokenExpirationOverride(std::uint64_t seconds) {
   logCall("-[VelmorAuthorizationClient setAccessTokenExpirationOverride:]",
-          {LogArgument::unsignedInteger(seconds)});
+          LogArgument::unsignedInteger(seconds));
   checkSeconds(seconds, "accessTokenExpirationOverride");
   __accessTokenExpirationOverride.store(seconds);
 }
@@ -554,7 +572,7 @@ std::uint64_t VelmorAuthorizationClient::refreshTokenExpirationOverride() const 
 
 void VelmorAuthorizationClient::setRefreshTokenExpirationOverride(std::uint64_t seconds) {
   logCall("-[VelmorAuthorizationClient setRefreshTokenExpirationOverride:]",
-          {LogArgument::unsignedInteger(seconds)});
+          LogArgument::unsignedInteger(seconds));
   checkSeconds(seconds, "refreshTokenExpirationOverride");
   __refreshTokenExpirationOverride.store(seconds);
 }
@@ -566,14 +584,14 @@ bool VelmorAuthorizationClient::alwaysSendClientContext() const {
 
 void VelmorAuthorizationClient::setAlwaysSendClientContext(bool always) {
   logCall("-[VelmorAuthorizationClient setAlwaysSendClientContext:]",
-          {LogArgument::yesNo(always ? 1 : 0)});
+          LogArgument::yesNo(always ? 1 : 0));
   __alwaysSendClientContext.store(always);
 }
 
 void VelmorAuthorizationClient::usernameMinLength(std::uint64_t* minLength,
                                                   std::uint64_t* maxLength) {
   logCall("+[VelmorAuthorizationClient usernameMinLength:maxLength:]",
-          {LogArgument::pointerTo("^Q", minLength), LogArgument::pointerTo("^Q", maxLength)});
+          LogArgument::pointerTo("^Q", minLength), LogArgument::pointerTo("^Q", maxLength));
   ParamValidator::checkIsNotNilPointer(minLength, "minLength");
   ParamValidator::checkIsNotNilPointer(maxLength, "maxLength");
   *minLength = kMinimumCredentialLength;
@@ -583,7 +601,7 @@ void VelmorAuthorizationClient::usernameMinLength(std::uint64_t* minLength,
 void VelmorAuthorizationClient::passwordMinLength(std::uint64_t* minLength,
                                                   std::uint64_t* maxLength) {
   logCall("+[VelmorAuthorizationClient passwordMinLength:maxLength:]",
-          {LogArgument::pointerTo("^Q", minLength), LogArgument::pointerTo("^Q", maxLength)});
+          LogArgument::pointerTo("^Q", minLength), LogArgument::pointerTo("^Q", maxLength));
   ParamValidator::checkIsNotNilPointer(minLength, "minLength");
   ParamValidator::checkIsNotNilPointer(maxLength, "maxLength");
   *minLength = kMinimumCredentialLength;
@@ -591,14 +609,14 @@ void VelmorAuthorizationClient::passwordMinLength(std::uint64_t* minLength,
 }
 
 bool VelmorAuthorizationClient::isUsernameValid(const std::optional<std::string>& username) {
-  logCall("+[VelmorAuthorizationClient isUsernameValid:]", {object(username)});
+  logCall("+[VelmorAuthorizationClient isUsernameValid:]", username);
   return hasValidLength(username, &VelmorAuthorizationClient::usernameMinLength);
 }
 
 bool VelmorAuthorizationClient::isPasswordValid(const std::optional<std::string>& password) {
   // A password is a secret like any other: starred below the sensitive level.
   logCall("+[VelmorAuthorizationClient isPasswordValid:]",
-          {object(SignInLogLine().password(password))});
+          LogSecret(LogSecret::Kind::kPassword, password));
   return hasValidLength(password, &VelmorAuthorizationClient::passwordMinLength);
 }
 
@@ -613,7 +631,7 @@ void VelmorAuthorizationClient::applicationDidBecomeActive() {
 }
 
 bool VelmorAuthorizationClient::activate(ErrorRef* error) {
-  logCall("-[VelmorAuthorizationClient activate:]", {location(error)});
+  logCall("-[VelmorAuthorizationClient activate:]", location(error));
   if (impl_->refusedAsBusy(error)) return false;
   auto operation = std::make_shared<ActivateClientOperation>();
   impl_->configure(*operation);
@@ -625,8 +643,7 @@ bool VelmorAuthorizationClient::activate(ErrorRef* error) {
 }
 
 void VelmorAuthorizationClient::activateAsync(Queue queue, ActivateCompletion completion) {
-  logCall("-[VelmorAuthorizationClient activateAsync:completion:]",
-          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  logCall("-[VelmorAuthorizationClient activateAsync:completion:]", queue, completion);
   if (impl_->refusedAsBusy(queue, completion)) return;
   auto operation = std::make_shared<ActivateClientOperation>();
   impl_->configure(*operation);
@@ -636,14 +653,13 @@ void VelmorAuthorizationClient::activateAsync(Queue queue, ActivateCompletion co
 }
 
 std::optional<Scopes> VelmorAuthorizationClient::signIn(ErrorRef* error) {
-  logCall("-[VelmorAuthorizationClient signIn:]", {location(error)});
+  logCall("-[VelmorAuthorizationClient signIn:]", location(error));
   return impl_->signInSync(std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt,
                            error);
 }
 
 void VelmorAuthorizationClient::signInAsync(Queue queue, SignInCompletion completion) {
-  logCall("-[VelmorAuthorizationClient signInAsync:completion:]",
-          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  logCall("-[VelmorAuthorizationClient signInAsync:completion:]", queue, completion);
   impl_->signInAsync(std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt,
                      std::move(queue), std::move(completion));
 }
@@ -653,7 +669,7 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithUsername(
   const SignInLogLine line;
   line.write("%s username: '%@' password: '%@' error: '0x%p'",
              "-[VelmorAuthorizationClient signInWithUsername:password:error:]", username,
-             line.password(password), static_cast<const void*>(error));
+             LogSecret(LogSecret::Kind::kPassword, password), static_cast<const void*>(error));
   checkCredentials(username, password);
   return impl_->signInSync(username, std::move(password), std::nullopt, std::nullopt, std::nullopt,
                            error);
@@ -665,8 +681,7 @@ void VelmorAuthorizationClient::signInAsyncWithUsername(std::optional<std::strin
   const SignInLogLine line;
   line.write("%s username: '%@' password: '%@' queue: '%@' completion: '%@'",
              "-[VelmorAuthorizationClient signInAsyncWithUsername:password:queue:completion:]",
-             username, line.password(password), ClientLogText::of(queue),
-             ClientLogText::ofCompletion(bool(completion)));
+             username, LogSecret(LogSecret::Kind::kPassword, password), queue, completion);
   checkCredentials(username, password);
   impl_->signInAsync(username, std::move(password), std::nullopt, std::nullopt, std::nullopt,
                      std::move(queue), std::move(completion));
@@ -678,7 +693,8 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithUsername(
   const SignInLogLine line;
   line.write("%s username: '%@' password: '%@' scopes: '%@' error: '0x%p'",
              "-[VelmorAuthorizationClient signInWithUsername:password:scopes:error:]", username,
-             line.password(password), ClientLogText::of(scopes), static_cast<const void*>(error));
+             LogSecret(LogSecret::Kind::kPassword, password), scopes,
+             static_cast<const void*>(error));
   checkCredentials(username, password);
   return impl_->signInSync(username, std::move(password), std::move(scopes), std::nullopt,
                            std::nullopt, error);
@@ -692,8 +708,7 @@ void VelmorAuthorizationClient::signInAsyncWithUsername(std::optional<std::strin
   line.write(
       "%s username: '%@' password: '%@' scopes: '%@' queue: '%@' completion: '%@'",
       "-[VelmorAuthorizationClient signInAsyncWithUsername:password:scopes:queue:completion:]",
-      username, line.password(password), ClientLogText::of(scopes), ClientLogText::of(queue),
-      ClientLogText::ofCompletion(bool(completion)));
+      username, LogSecret(LogSecret::Kind::kPassword, password), scopes, queue, completion);
   checkCredentials(username, password);
   impl_->signInAsync(username, std::move(password), std::move(scopes), std::nullopt, std::nullopt,
                      std::move(queue), std::move(completion));
@@ -708,7 +723,7 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithUsername(
       "%s username: '%@' password: '%@' scopes: '%@' realmId: '%@' namespaceId: '%@' error: "
       "'0x%p'",
       "-[VelmorAuthorizationClient signInWithUsername:password:scopes:realmId:namespaceId:error:]",
-      username, line.password(password), ClientLogText::of(scopes), realmId, namespaceId,
+      username, LogSecret(LogSecret::Kind::kPassword, password), scopes, realmId, namespaceId,
       static_cast<const void*>(error));
   checkCredentials(username, password);
   return impl_->signInSync(username, std::move(password), std::move(scopes), std::move(realmId),
@@ -727,29 +742,28 @@ void VelmorAuthorizationClient::signInAsyncWithUsername(std::optional<std::strin
       "'%@' completion: '%@'",
       "-[VelmorAuthorizationClient "
       "signInAsyncWithUsername:password:scopes:realmId:namespaceId:queue:completion:]",
-      username, line.password(password), ClientLogText::of(scopes), realmId, namespaceId,
-      ClientLogText::of(queue), ClientLogText::ofCompletion(bool(completion)));
+      username, LogSecret(LogSecret::Kind::kPassword, password), scopes, realmId, namespaceId,
+      queue, completion);
   checkCredentials(username, password);
   impl_->signInAsync(username, std::move(password), std::move(scopes), std::move(realmId),
                      std::move(namespaceId), std::move(queue), std::move(completion));
 }
 
 std::optional<Scopes> VelmorAuthorizationClient::refreshAccessToken(ErrorRef* error) {
-  logCall("-[VelmorAuthorizationClient refreshAccessToken:]", {location(error)});
+  logCall("-[VelmorAuthorizationClient refreshAccessToken:]", location(error));
   return impl_->refreshSync(std::nullopt, error,
                             "-[VelmorAuthorizationClient refreshAccessToken:]");
 }
 
 void VelmorAuthorizationClient::refreshAccessTokenAsync(Queue queue, RefreshCompletion completion) {
-  logCall("-[VelmorAuthorizationClient refreshAccessTokenAsync:completion:]",
-          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  logCall("-[VelmorAuthorizationClient refreshAccessTokenAsync:completion:]", queue, completion);
   impl_->refreshAsync(std::nullopt, std::move(queue), std::move(completion));
 }
 
 std::optional<Scopes> VelmorAuthorizationClient::refreshAccessTokenWithScopes(
     std::optional<Scopes> scopes, ErrorRef* error) {
-  logCall("-[VelmorAuthorizationClient refreshAccessTokenWithScopes:error:]",
-          {object(ClientLogText::of(scopes)), location(error)});
+  logCall("-[VelmorAuthorizationClient refreshAccessTokenWithScopes:error:]", scopes,
+          location(error));
   return impl_->refreshSync(std::move(scopes), error,
                             "-[VelmorAuthorizationClient refreshAccessTokenWithScopes:error:]");
 }
@@ -758,13 +772,12 @@ void VelmorAuthorizationClient::refreshAccessTokenAsyncWithScopes(std::optional<
                                                                   Queue queue,
                                                                   RefreshCompletion completion) {
   logCall("-[VelmorAuthorizationClient refreshAccessTokenAsyncWithScopes:queue:completion:]",
-          {object(ClientLogText::of(scopes)), object(ClientLogText::of(queue)),
-           completionArgument(bool(completion))});
+          scopes, queue, completion);
   impl_->refreshAsync(std::move(scopes), std::move(queue), std::move(completion));
 }
 
 void VelmorAuthorizationClient::refreshTokenExpired() {
-  logInfo(stringWithFormat("%s", "-[VelmorAuthorizationClient refreshTokenExpired:]"));
+  logInfo("%s", "-[VelmorAuthorizationClient refreshTokenExpired:]");
   // A client that still holds a valid access token is not signed out, even
   // though its refresh token lapsed.
   if (impl_->state() != AuthorizationStateSignInRequired) return;
@@ -775,8 +788,8 @@ void VelmorAuthorizationClient::refreshTokenExpired() {
 
 AuthorizationState VelmorAuthorizationClient::checkAuthorization(std::optional<Dictionary>* headers,
                                                                  ErrorRef* error) {
-  logCall("-[VelmorAuthorizationClient checkAuthorization:error:]",
-          {location(headers), location(error)});
+  logCall("-[VelmorAuthorizationClient checkAuthorization:error:]", location(headers),
+          location(error));
   // One reading answers the call, so the state and the headers agree even
   // while another thread or process rewrites the record.
   const CredentialRecord record = impl_->secureData->snapshot();
@@ -803,8 +816,7 @@ AuthorizationState VelmorAuthorizationClient::checkAuthorization(std::optional<D
 }
 
 void VelmorAuthorizationClient::checkAuthorizationAsync(Queue queue, CheckCompletion completion) {
-  logCall("-[VelmorAuthorizationClient checkAuthorizationAsync:completion:]",
-          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  logCall("-[VelmorAuthorizationClient checkAuthorizationAsync:completion:]", queue, completion);
   Impl* impl = impl_.get();
   impl_->operationQueue->addOperationWithBlock(
       [impl, queue, completion] { impl->checkAuthorizationTask(queue, completion); });
@@ -817,24 +829,22 @@ Dictionary VelmorAuthorizationClient::webRequestAuthorizationHeaders() {
 
 bool VelmorAuthorizationClient::hasAuthorizationFailureResponse(
     const std::shared_ptr<HttpUrlResponse>& response) {
-  logCall("-[VelmorAuthorizationClient hasAuthorizationFailureResponse:]",
-          {object(ClientLogText::of(response))});
-  logInfo(stringWithFormat(
-      "%@", response ? std::optional<std::string>(Value(response->allHeaderFields()).description())
-                     : std::nullopt));
+  logCall("-[VelmorAuthorizationClient hasAuthorizationFailureResponse:]", response);
+  if (logger().isLoggable(VelmorAuthorizationLogger::kLevelInfo)) {
+    logInfo("%@", response ? FormatArg(response->allHeaderFields()) : FormatArg(nullptr));
+  }
   return ApplicationHttpTransaction::hasAuthorizationFailureResponse(response);
 }
 
 ErrorRef VelmorAuthorizationClient::handleAuthorizationFailureResponse(
     const std::shared_ptr<HttpUrlResponse>& response) {
-  logCall("-[VelmorAuthorizationClient handleAuthorizationFailureResponse:]",
-          {object(ClientLogText::of(response))});
+  logCall("-[VelmorAuthorizationClient handleAuthorizationFailureResponse:]", response);
   ApplicationHttpTransaction transaction(impl_->secureData);
   return transaction.handleAuthorizationFailureResponse(response);
 }
 
 bool VelmorAuthorizationClient::signOut(ErrorRef* error) {
-  logCall("-[VelmorAuthorizationClient signOut:]", {location(error)});
+  logCall("-[VelmorAuthorizationClient signOut:]", location(error));
   impl_->operationQueue->cancelAllOperations();
   if (impl_->state() == AuthorizationStateSignInRequired) {
     store(error, nullptr);
@@ -850,8 +860,7 @@ bool VelmorAuthorizationClient::signOut(ErrorRef* error) {
 }
 
 void VelmorAuthorizationClient::signOutAsync(Queue queue, SignOutCompletion completion) {
-  logCall("-[VelmorAuthorizationClient signOutAsync:completion:]",
-          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  logCall("-[VelmorAuthorizationClient signOutAsync:completion:]", queue, completion);
   impl_->operationQueue->cancelAllOperations();
   if (impl_->state() == AuthorizationStateSignInRequired) {
     deliver(queue, completion, ErrorRef());
@@ -869,9 +878,7 @@ std::optional<HttpRequest> VelmorAuthorizationClient::createWebSignInRequestWith
   logCall(
       "-[VelmorAuthorizationClient "
       "createWebSignInRequestWithBaseUrl:redirectUrl:scopes:extraParameters:error:]",
-      {object(ClientLogText::of(baseUrl)), object(ClientLogText::of(redirectUrl)),
-       object(ClientLogText::of(scopes)), object(ClientLogText::of(extraParameters)),
-       location(error)});
+      baseUrl, redirectUrl, scopes, extraParameters, location(error));
   ParamValidator::checkIsNotNil(baseUrl, "baseUrl");
   ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
   if (impl_->state() == AuthorizationStateActivationRequired) {
@@ -891,7 +898,8 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithWebAuthorizationRespo
   const SignInLogLine line;
   line.write("%s responseUrl: '%@' error: '0x%p'",
              "-[VelmorAuthorizationClient signInWithWebAuthorizationResponse:error:]",
-             line.secret(ClientLogText::of(responseUrl)), static_cast<const void*>(error));
+             LogSecret(LogSecret::Kind::kRedirectUrl, responseUrl),
+             static_cast<const void*>(error));
   ParamValidator::checkIsNotNil(responseUrl, "responseUrl");
   const std::shared_ptr<RequestSignInViaWebTransaction> transaction =
       impl_->currentRequestSignInViaWebTransaction;
@@ -916,7 +924,7 @@ void VelmorAuthorizationClient::signInAsyncWithWebAuthorizationResponse(
   line.write(
       "%s responseUrl: '%@' queue: '%@'",
       "-[VelmorAuthorizationClient signInAsyncWithWebAuthorizationResponse:queue:completion:]",
-      line.secret(ClientLogText::of(responseUrl)), ClientLogText::of(queue));
+      LogSecret(LogSecret::Kind::kRedirectUrl, responseUrl), queue);
   ParamValidator::checkIsNotNil(responseUrl, "responseUrl");
   ParamValidator::checkIsNotNil(queue, "queue");
   // Kept as current even on success, unlike the synchronous form: only the
@@ -945,7 +953,8 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithAuthorizationCode(
   const SignInLogLine line;
   line.write("%s authorizationCode: '%@' redirectUrl: '%@' error: '0x%p'",
              "-[VelmorAuthorizationClient signInWithAuthorizationCode:redirectUrl:error:]",
-             line.secret(authorizationCode), redirectUrl, static_cast<const void*>(error));
+             LogSecret(LogSecret::Kind::kAuthorizationCode, authorizationCode), redirectUrl,
+             static_cast<const void*>(error));
   ParamValidator::checkIsNotNilOrWhitespaceOnlyString(authorizationCode, "authorizationCode");
   ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
   return impl_->codeSignInSync(std::move(authorizationCode), std::move(redirectUrl), std::nullopt,
@@ -959,7 +968,7 @@ void VelmorAuthorizationClient::signInAsyncWithAuthorizationCode(
   line.write(
       "%s authorizationCode: '%@' redirectUrl: '%@' queue: '%@'",
       "-[VelmorAuthorizationClient signInAsyncWithAuthorizationCode:redirectUrl:queue:completion:]",
-      line.secret(authorizationCode), redirectUrl, ClientLogText::of(queue));
+      LogSecret(LogSecret::Kind::kAuthorizationCode, authorizationCode), redirectUrl, queue);
   ParamValidator::checkIsNotNilOrWhitespaceOnlyString(authorizationCode, "authorizationCode");
   ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
   ParamValidator::checkIsNotNil(queue, "queue");

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "platform/FileDescriptor.h"
+#include "platform/FileLock.h"
 #include "platform/FileSystem.h"
 #include "platform/Mutex.h"
 #include "platform/StoredSecretItem.h"
@@ -24,13 +25,13 @@ namespace velmor {
 
 namespace {
 
-using Deadline = std::chrono::system_clock::time_point;
+// When a wait gives up, on the clock of each kind of wait.
+struct Deadline {
+  std::chrono::system_clock::time_point threads;
+  FileLock::Clock::time_point processes;
+};
 
 constexpr char kDirectoryName[] = "/velmor-authorization";
-// The first retries of a taken lock file come quickly, the later ones less
-// often: a writer holds it for milliseconds, a refresh for a round trip.
-constexpr std::chrono::microseconds kFirstPause{500};
-constexpr std::chrono::milliseconds kLongestPause{10};
 
 // Every name some thread of this process holds or waits for.
 class LockTable final {
@@ -54,7 +55,7 @@ class LockTable final {
       return true;
     }
     while (entry.depth > 0) {
-      if (!released_.waitUntil(mutex_, deadline) && entry.depth > 0) {
+      if (!released_.waitUntil(mutex_, deadline.threads) && entry.depth > 0) {
         forget(name, entry);
         return false;
       }
@@ -66,7 +67,7 @@ class LockTable final {
   }
 
   // Keeps the lock file of a name the calling thread took afresh.
-  void keepFile(const std::string& name, FileDescriptor file) EXCLUDES(mutex_) {
+  void keepFile(const std::string& name, FileLock file) EXCLUDES(mutex_) {
     MutexLock lock(mutex_);
     entries_.at(name).file = std::move(file);
   }
@@ -77,7 +78,7 @@ class LockTable final {
       Entry& entry = entries_.at(name);
       // The file goes first, so that the thread woken next finds it free.
       if (--entry.depth == 0) {
-        entry.file = FileDescriptor();
+        entry.file.reset();
         entry.owner = std::thread::id();
       }
       forget(name, entry);
@@ -91,8 +92,8 @@ class LockTable final {
     int depth = 0;
     // Holders and waiters; the entry goes when none is left.
     int interested = 0;
-    // Open while held, so that its flock is held.
-    FileDescriptor file;
+    // While held, when the name has a file.
+    std::optional<FileLock> file;
   };
 
   void forget(const std::string& name, Entry& entry) REQUIRES(mutex_) {
@@ -116,7 +117,8 @@ class Holder final : public SecretStoreLock::Holder {
 };
 
 Deadline deadlineAfter(std::chrono::milliseconds timeout) {
-  return std::chrono::system_clock::now() + std::max(timeout, std::chrono::milliseconds(0));
+  timeout = std::max(timeout, std::chrono::milliseconds(0));
+  return {std::chrono::system_clock::now() + timeout, FileLock::Clock::now() + timeout};
 }
 
 bool isUsersOwn(const struct stat& info) { return info.st_uid == geteuid(); }
@@ -137,41 +139,14 @@ std::int32_t openDirectory(const std::string& path, FileDescriptor* directory) {
   return kSecretStoreSuccess;
 }
 
-std::int32_t openLockFile(int directory, const std::string& name, FileDescriptor* file) {
-  *file = FileDescriptor(openat(directory, name.c_str(),
-                                O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
-  struct stat info {};
-  if (!file->valid() || fstat(file->get(), &info) != 0 || !S_ISREG(info.st_mode) ||
-      !isUsersOwn(info)) {
-    return kSecretStoreIoError;
-  }
-  return kSecretStoreSuccess;
-}
-
-// flock has no timeout of its own, so a taken lock is tried again until the
-// deadline.
-std::int32_t flockUntil(int fd, Deadline deadline) {
-  std::chrono::microseconds pause = kFirstPause;
-  for (;;) {
-    if (flock(fd, LOCK_EX | LOCK_NB) == 0) return kSecretStoreSuccess;
-    if (errno == EINTR) continue;
-    if (errno != EWOULDBLOCK) return kSecretStoreIoError;
-    const auto now = std::chrono::system_clock::now();
-    if (now >= deadline) return kSecretStoreTimedOut;
-    std::this_thread::sleep_for(
-        std::min<std::chrono::system_clock::duration>(pause, deadline - now));
-    pause = std::min<std::chrono::microseconds>(2 * pause, kLongestPause);
-  }
-}
-
 std::int32_t takeFile(const std::string& directory, const std::string& fileName, Deadline deadline,
-                      FileDescriptor* file) {
+                      std::optional<FileLock>* file) {
   if (fileName.empty()) return kSecretStoreIoError;
   FileDescriptor opened;
-  std::int32_t status = openDirectory(directory, &opened);
-  if (status == kSecretStoreSuccess) status = openLockFile(opened.get(), fileName, file);
-  if (status == kSecretStoreSuccess) status = flockUntil(file->get(), deadline);
-  return status;
+  if (std::int32_t status = openDirectory(directory, &opened)) return status;
+  *file = FileLock::acquire(opened.get(), fileName.c_str(), deadline.processes);
+  if (*file) return kSecretStoreSuccess;
+  return errno == EWOULDBLOCK ? kSecretStoreTimedOut : kSecretStoreIoError;
 }
 
 std::int32_t lock(const std::string& name, const std::optional<std::string>& directory,
@@ -183,10 +158,10 @@ std::int32_t lock(const std::string& name, const std::optional<std::string>& dir
   if (!table.enter(name, deadline, &first)) return kSecretStoreTimedOut;
   auto holder = std::make_unique<Holder>(name);
   if (first && directory) {
-    FileDescriptor file;
+    std::optional<FileLock> file;
     // On failure the holder's destructor gives the name back.
     if (std::int32_t status = takeFile(*directory, fileName, deadline, &file)) return status;
-    table.keepFile(name, std::move(file));
+    table.keepFile(name, std::move(*file));
   }
   *lock = SecretStoreLock(std::move(holder));
   return kSecretStoreSuccess;

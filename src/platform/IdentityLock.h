@@ -26,10 +26,10 @@ class IdentityLock final {
                                     SecretStoreLock* lock);
 
   // The lock of the file `fileName` in `directory`, honoured by threads and
-  // processes alike. The directory is made (mode 0700) when missing and must
-  // belong to the user, as must the lock file (mode 0600); neither may be a
-  // symbolic link. -36 when that cannot be had, kSecretStoreTimedOut when
-  // the wait runs out.
+  // processes alike (FileLock). The directory is made (mode 0700) when
+  // missing, must belong to the user and is closed to everyone else; neither
+  // it nor the lock file (mode 0600) may be a symbolic link. -36 when that
+  // cannot be had, kSecretStoreTimedOut when the wait runs out.
   static std::int32_t lockFile(const std::string& directory, const std::string& fileName,
                                std::chrono::milliseconds timeout, SecretStoreLock* lock);
 

@@ -231,12 +231,55 @@ TEST_F(VelmorAuthorizationClientTest, OtherMembersLogTheirCallWithEveryArgument)
             (std::vector<std::string>{
                 "INFO\t-[VelmorAuthorizationClient initWithAuthorizationServerBaseUrl: "
                 "'https://auth.example/api/' appToken: 'app-token' encryptionKey: "
-                "'<010203ff 05>' authorizedIdentitySlot: '3']",
+                "'***' authorizedIdentitySlot: '3']",
                 "INFO\t-[VelmorAuthorizationClient setAlwaysSendClientContext: '1']",
                 "INFO\t-[VelmorAuthorizationClient refreshTokenExpired:]",
                 "INFO\t+[VelmorAuthorizationClient passwordMinLength: '" + pointerText(&minLength) +
                     "' maxLength: '" + pointerText(&maxLength) + "']",
                 "INFO\t+[VelmorAuthorizationClient isPasswordValid: '***']"}));
+}
+
+// The key is a secret like a password: in clear only at the sensitive level,
+// in the lines that keep the info level.
+TEST_F(VelmorAuthorizationClientTest, TheKeyIsStarredUnlessSecretsAreShown) {
+  const std::string construction =
+      "INFO\t-[VelmorAuthorizationClient initWithAuthorizationServerBaseUrl: "
+      "'https://auth.example/api/' appToken: 'app-token' encryptionKey: '{}']";
+  const std::string change = "INFO\t-[VelmorAuthorizationClient changeEncryptionKey: '{}']";
+  const struct {
+    std::int64_t level;
+    std::optional<Data> key;
+    const char* shown;
+  } cases[] = {
+      {3, Data{1, 2, 3, 0xff, 5}, "***"},
+      {4, Data{1, 2, 3, 0xff, 5}, "***"},
+      {3, std::nullopt, ""},
+      {5, Data{1, 2, 3, 0xff, 5}, "<010203ff 05>"},
+      {5, std::nullopt, "(null)"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.level << " " << c.shown);
+    test::RecordingLoggerDelegate log;
+    test::ScopedLogger scoped(c.level, &log);
+    VelmorAuthorizationClient client(Url::withString(kBase), kToken, c.key);
+    client.changeEncryptionKey(c.key);
+    std::vector<std::string> expected = {construction, change};
+    for (std::string& line : expected) line.replace(line.find("{}"), 2, c.shown);
+    EXPECT_EQ(log.messages(), expected);
+  }
+}
+
+TEST_F(VelmorAuthorizationClientTest, NullErrorLocationsPrintAsThePlatformPrintsThem) {
+  auto client = makeClient();
+  test::RecordingLoggerDelegate log;
+  test::ScopedLogger scoped(VelmorAuthorizationLogger::kLevelInfo, &log);
+  EXPECT_EQ(client->checkAuthorization(nullptr, nullptr), AuthorizationStateActivationRequired);
+  EXPECT_THROW(client->signInWithUsername(std::nullopt, "pw", nullptr), Exception);
+  EXPECT_EQ(log.messages(),
+            (std::vector<std::string>{
+                "INFO\t-[VelmorAuthorizationClient checkAuthorization: '0x0' error: '0x0']",
+                "INFO\t-[VelmorAuthorizationClient signInWithUsername:password:error:] username: "
+                "'(null)' password: '***' error: '0x0x0'"}));
 }
 
 TEST_F(VelmorAuthorizationClientTest, ExpiryTellsTheDelegateOnlyWhenNothingValidIsLeft) {

@@ -466,6 +466,20 @@ TEST_F(ServedToolTest, WebSignInReportsACancelAndATimeout) {
             "1)\n");
 }
 
+TEST_F(ServedToolTest, TakesTheCaFileFromTheEnvironment) {
+  environment_["VELMOR_CA_FILE"] = caFile_;
+  EXPECT_EQ(runJson({"--server", baseUrl_, "activate"}, 0).at("state"), 2);
+  // The option wins over the variable.
+  environment_["VELMOR_CA_FILE"] = home_.pathOf("missing.pem");
+  EXPECT_EQ(run({"--server", baseUrl_, "--ca-file", caFile_, "status"}).exitCode, 0);
+  const ToolRun unreadable = run({"--server", baseUrl_, "status"});
+  EXPECT_EQ(unreadable.exitCode, 2);
+  EXPECT_EQ(unreadable.err.rfind(
+                "velmor-auth: cannot read the CA file " + home_.pathOf("missing.pem") + "\n", 0),
+            0u)
+      << unreadable.err;
+}
+
 TEST_F(ServedToolTest, CodeExchangeWithACodeObtainedElsewhere) {
   runJson(client({"activate"}), 0);
   // The tool's own sign-in URL names the client; the code is then asked

@@ -161,7 +161,7 @@ const std::vector<OptionSpec>& CommandCatalog::commonOptions() {
       {kSlot, "N", false, "identity slot (default 0)"},
       {kKeyFile, "PATH", false,
        "encryption key, made on first use (default $XDG_CONFIG_HOME/velmor-auth/key)"},
-      {kCaFile, "PATH", false, "PEM file of CA certificates to trust as well"},
+      {kCaFile, "PATH", false, "PEM file of CA certificates to trust as well (or VELMOR_CA_FILE)"},
       {kStore, "KIND", false, "secret store: file, secret-service or memory"},
       {kStoreDir, "DIR", false, "directory of the file store (implies --store file)"},
       {kLogLevel, "N", false, "library log on standard error: 1 errors, 3 info, 5 sensitive"},
