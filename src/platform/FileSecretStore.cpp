@@ -377,7 +377,11 @@ std::int32_t FileSecretStore::write(Write kind, const std::string& service,
   if (fileName.empty()) return kSecretStoreIoError;
 
   const FileLock::Clock::time_point deadline = FileLock::Clock::now() + lockTimeout_;
-  std::unique_lock<std::timed_mutex> threads(writerMutex(), deadline);
+  // On the system clock the wait is pthread_mutex_timedlock, which
+  // ThreadSanitizer sees; on the steady clock it would be clocklock, which
+  // it does not, and every unlock would be reported as a misuse.
+  std::unique_lock<std::timed_mutex> threads(writerMutex(),
+                                             std::chrono::system_clock::now() + lockTimeout_);
   if (!threads.owns_lock()) return lockTimedOut();
   FileDescriptor directory;
   std::int32_t status = openDirectory(directory_, kind == Write::kAdd, &directory);
