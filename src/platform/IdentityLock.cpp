@@ -32,6 +32,10 @@ struct Deadline {
 };
 
 constexpr char kDirectoryName[] = "/velmor-authorization";
+// A record write holds the lock for a millisecond or so, a refresh for one
+// round trip: a process waiting for it tries often, so that it does not
+// sleep on long after the lock came free. Only one thread per process polls.
+constexpr std::chrono::milliseconds kLongestPause{2};
 
 // Every name some thread of this process holds or waits for.
 class LockTable final {
@@ -144,7 +148,7 @@ std::int32_t takeFile(const std::string& directory, const std::string& fileName,
   if (fileName.empty()) return kSecretStoreIoError;
   FileDescriptor opened;
   if (std::int32_t status = openDirectory(directory, &opened)) return status;
-  *file = FileLock::acquire(opened.get(), fileName.c_str(), deadline.processes);
+  *file = FileLock::acquire(opened.get(), fileName.c_str(), deadline.processes, kLongestPause);
   if (*file) return kSecretStoreSuccess;
   return errno == EWOULDBLOCK ? kSecretStoreTimedOut : kSecretStoreIoError;
 }
