@@ -98,10 +98,11 @@ class VELMOR_EXPORT SecretStore {
   // /run/user/<uid> on the same terms (so that processes started without the
   // variable, by cron say, meet the desktop's), else
   // $XDG_DATA_HOME/velmor-authorization/locks (~/.local/share by default).
-  // Directories are made with mode 0700 (and an existing one is closed to
-  // group and others), files with 0600; a directory owned by someone else,
-  // or a symbolic link in place of the directory or the lock file, is
-  // refused (-36). Lock files are never removed: they are empty, and
+  // Directories are made with mode 0700, files with 0600. A directory that
+  // belongs to someone else or that group or others may write to is refused
+  // with -61 ("Write permissions error."), and one they may only read is
+  // closed to them; a symbolic link in place of the directory or the lock
+  // file is refused with -36. Lock files are never removed: they are empty, and
   // removing one could let two holders in at once.
   virtual std::int32_t lockItem(const std::string& service, const std::string& account,
                                 std::chrono::milliseconds timeout, SecretStoreLock* lock);

@@ -1,7 +1,6 @@
 #include "platform/IdentityLock.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -127,16 +126,17 @@ Deadline deadlineAfter(std::chrono::milliseconds timeout) {
 
 bool isUsersOwn(const struct stat& info) { return info.st_uid == geteuid(); }
 
-// The directory, made if missing; its owner's bits are left alone, others'
-// taken away, since whoever can write there could swap the lock files.
+// The directory, made if missing. Whoever else owns it or may write to it
+// could swap the lock files, so it is refused as the file store refuses it
+// (and it may be the file store's own); what others may only read or enter
+// is taken away from them.
 std::int32_t openDirectory(const std::string& path, FileDescriptor* directory) {
   if (path.empty() || path[0] != '/') return kSecretStoreIoError;
   FileSystem::createDirectories(path);
   *directory = FileDescriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
   struct stat info {};
-  if (!directory->valid() || fstat(directory->get(), &info) != 0 || !isUsersOwn(info)) {
-    return kSecretStoreIoError;
-  }
+  if (!directory->valid() || fstat(directory->get(), &info) != 0) return kSecretStoreIoError;
+  if (!isUsersOwn(info) || (info.st_mode & 022) != 0) return FileSecretStore::kStatusUntrusted;
   if ((info.st_mode & 077) != 0 && fchmod(directory->get(), info.st_mode & 0700) != 0) {
     return kSecretStoreIoError;
   }

@@ -27,9 +27,11 @@ class IdentityLock final {
 
   // The lock of the file `fileName` in `directory`, honoured by threads and
   // processes alike (FileLock). The directory is made (mode 0700) when
-  // missing, must belong to the user and is closed to everyone else; neither
-  // it nor the lock file (mode 0600) may be a symbolic link. -36 when that
-  // cannot be had, kSecretStoreTimedOut when the wait runs out.
+  // missing; one that belongs to someone else or that group or others may
+  // write to answers FileSecretStore::kStatusUntrusted (-61), and what they
+  // may read is taken away. Neither it nor the lock file (mode 0600) may be
+  // a symbolic link. -36 for other failures, kSecretStoreTimedOut when the
+  // wait runs out.
   static std::int32_t lockFile(const std::string& directory, const std::string& fileName,
                                std::chrono::milliseconds timeout, SecretStoreLock* lock);
 

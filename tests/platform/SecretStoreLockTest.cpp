@@ -197,6 +197,24 @@ TEST_F(SecretStoreLockTest, LockFilesArePrivateAndNeverFollowALink) {
   ASSERT_EQ(stat(file.c_str(), &info), 0);
   EXPECT_EQ(info.st_mode & 0777, 0600u);
 
+  // Others may not write where the lock files are; reading is taken away.
+  const struct {
+    mode_t mode;
+    std::int32_t status;
+    mode_t after;
+  } modes[] = {{0770, FileSecretStore::kStatusUntrusted, 0770},
+               {0702, FileSecretStore::kStatusUntrusted, 0702},
+               {0755, kSecretStoreSuccess, 0700}};
+  for (const auto& m : modes) {
+    SCOPED_TRACE(m.mode);
+    ASSERT_EQ(chmod(locks.c_str(), m.mode), 0);
+    EXPECT_EQ(lockOn(store, "acct", kPatient, &lock), m.status);
+    lock.unlock();
+    ASSERT_EQ(stat(locks.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, m.after);
+  }
+  ASSERT_EQ(chmod(locks.c_str(), 0700), 0);
+
   // Someone else's file in place of the lock file would lock nothing.
   ASSERT_EQ(unlink(file.c_str()), 0);
   ASSERT_EQ(symlink(directory_.writeFile("elsewhere", "").c_str(), file.c_str()), 0);
