@@ -379,6 +379,20 @@ TEST_F(ClientRaceTest, ARefreshTakesTheTokensASiblingStoredWhileItWaited) {
   EXPECT_EQ(StoredRecord::read().refreshToken, "r2");
 }
 
+// The lock of a sibling that hangs holds a refresh up only so long: then the
+// refresh fails, says why, and sends nothing.
+TEST_F(ClientRaceTest, ARefreshThatCannotHaveTheLockFailsAndSendsNothing) {
+  const StoredRecord before = StoredRecord::read();
+  store_->lockFault = kSecretStoreTimedOut;
+  ErrorRef error;
+  EXPECT_FALSE(client_->refreshAccessToken(&error));
+  store_->lockFault = 0;
+  EXPECT_EQ(test::outcomeOf(error), "client 100060");
+  EXPECT_EQ(error->description(), "Keychain error: 100060, 'Operation timed out.' in lockItem");
+  EXPECT_TRUE(http_->requests().empty());
+  EXPECT_EQ(StoredRecord::read(), before);
+}
+
 // A sibling that does not take the record's lock (an older build, say)
 // stores newer tokens while the server rejects the refresh token sent: the
 // rejection is about the old token, so the new ones stay and are used.
