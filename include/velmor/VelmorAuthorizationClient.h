@@ -269,7 +269,9 @@ class VELMOR_EXPORT VelmorAuthorizationClient final {
                                SignInCompletion completion);
 
   // Exchanges the refresh token for a new access token; waits behind queued
-  // work instead of refusing.
+  // work instead of refusing. Without scopes, takes the tokens another
+  // client, thread or process stored meanwhile instead of sending, and then
+  // returns an empty scope list (see the class comment).
   std::optional<Scopes> refreshAccessToken(ErrorRef* error);
   void refreshAccessTokenAsync(Queue queue, RefreshCompletion completion);
   std::optional<Scopes> refreshAccessTokenWithScopes(std::optional<Scopes> scopes, ErrorRef* error);
