@@ -34,7 +34,6 @@ class CredentialRecord final {
   explicit CredentialRecord(std::optional<Dictionary> entries) : entries_(std::move(entries)) {}
 
   bool exists() const { return entries_.has_value(); }
-  const std::optional<Dictionary>& entries() const { return entries_; }
 
   // The text stored under `key`.
   std::optional<std::string> value(std::string_view key) const;
