@@ -20,6 +20,7 @@
 #include "platform/FileDescriptor.h"
 #include "platform/FileLock.h"
 #include "platform/StoredSecretItem.h"
+#include "support/Format.h"
 
 namespace velmor {
 
@@ -216,6 +217,16 @@ Action actionFor(bool adding, bool removing, Slot slot) {
   return Action::kIoError;
 }
 
+// The directory itself if it exists, else the nearest parent that does.
+std::string nearestExisting(std::string path) {
+  while (access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
+    const std::size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos) return ".";
+    path.resize(slash == 0 ? 1 : slash);
+  }
+  return path;
+}
+
 std::string homeDirectory() {
   const char* home = std::getenv("HOME");
   if (home && home[0] == '/') return home;
@@ -333,6 +344,25 @@ std::int32_t FileSecretStore::write(Write kind, const std::string& service,
       return kSecretStoreIoError;
   }
   return kSecretStoreIoError;
+}
+
+SecretStoreCondition FileSecretStore::condition() {
+  if (directory_.empty()) {
+    return {kSecretStoreNotAvailable,
+            "No home directory was found, so the file store has nowhere to keep items."};
+  }
+  const std::string existing = nearestExisting(directory_);
+  struct stat info;
+  if (stat(existing.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) ||
+      access(existing.c_str(), W_OK | X_OK) != 0) {
+    return {kSecretStoreIoError,
+            stringWithFormat("The file store's directory '%@' cannot be written.", directory_)};
+  }
+  return {kSecretStoreSuccess, stringWithFormat("Items are kept in files in '%@'.", directory_)};
+}
+
+std::string FileSecretStore::description() const {
+  return stringWithFormat("files in '%@'", directory_);
 }
 
 }  // namespace velmor

@@ -68,7 +68,32 @@ std::shared_ptr<SecretStore> automaticChoice() {
 
 }  // namespace
 
+SecretStoreItem::~SecretStoreItem() = default;
+
 SecretStore::~SecretStore() = default;
+
+std::int32_t SecretStore::findItem(const std::string& service, const std::string& account,
+                                   Data* data, std::unique_ptr<SecretStoreItem>* item) {
+  const std::int32_t status = find(service, account, data);
+  if (status == kSecretStoreSuccess && item) {
+    *item = std::make_unique<SecretStoreItem>(service, account);
+  }
+  return status;
+}
+
+std::int32_t SecretStore::updateItem(SecretStoreItem& item, const Data& data) {
+  return update(item.service(), item.account(), data);
+}
+
+std::int32_t SecretStore::removeItem(SecretStoreItem& item) {
+  return remove(item.service(), item.account());
+}
+
+SecretStoreCondition SecretStore::condition() {
+  return {kSecretStoreSuccess, "The application's own secret store tells nothing of its state."};
+}
+
+std::string SecretStore::description() const { return "the application's own secret store"; }
 
 std::shared_ptr<SecretStore> SecretStore::defaultStore() {
   std::lock_guard<std::mutex> lock(defaultMutex);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "testing/RecordingLoggerDelegate.h"
+#include "testing/TemporaryDirectory.h"
 #include "velmor/FileSecretStore.h"
 #include "velmor/MemorySecretStore.h"
 #include "velmor/SecretServiceStore.h"
@@ -85,6 +86,66 @@ TEST_F(SecretStoreSelection, CodeWinsAndAnUnknownRequestIsReported) {
   ASSERT_FALSE(delegate_.messages().empty());
   EXPECT_EQ(delegate_.messages().front(),
             "ERROR\tUnknown VELMOR_SECRET_STORE 'keychain'; choosing by what is available");
+}
+
+// Stores without handles of their own act by name, so an item replaced
+// since it was found is still the one changed.
+TEST(SecretStoreItem, StoresWithoutHandlesActByName) {
+  MemorySecretStore store;
+  ASSERT_EQ(store.add("S", "A", Data{1}), 0);
+  std::unique_ptr<SecretStoreItem> item;
+  Data found;
+  ASSERT_EQ(store.findItem("S", "A", &found, &item), 0);
+  ASSERT_TRUE(item);
+  EXPECT_EQ(item->service() + "/" + item->account(), "S/A");
+  EXPECT_EQ(found, Data{1});
+
+  ASSERT_EQ(store.remove("S", "A"), 0);
+  ASSERT_EQ(store.add("S", "A", Data{2}), 0);
+  EXPECT_EQ(store.updateItem(*item, Data{3}), 0);
+  EXPECT_EQ(store.find("S", "A", &found), 0);
+  EXPECT_EQ(found, Data{3});
+  EXPECT_EQ(store.removeItem(*item), 0);
+  EXPECT_EQ(store.updateItem(*item, Data{4}), -25300);
+  EXPECT_EQ(store.removeItem(*item), -25300);
+
+  std::unique_ptr<SecretStoreItem> missing;
+  EXPECT_EQ(store.findItem("S", "A", nullptr, &missing), -25300);
+  EXPECT_FALSE(missing);
+}
+
+TEST(SecretStoreCondition, EachStoreSaysWhetherItCanBeUsedAndWhereItIs) {
+  test::TemporaryDirectory home;
+  const std::string notADirectory = home.writeFile("file", "x");
+  const struct {
+    const char* what;
+    std::shared_ptr<SecretStore> store;
+    std::int32_t status;
+    std::string reason;
+    std::string description;
+  } cases[] = {
+      {"memory", std::make_shared<MemorySecretStore>(), 0,
+       "Items are kept in this process's memory only and are gone when it ends.", "memory"},
+      {"files, directory still to be made",
+       std::make_shared<FileSecretStore>(home.pathOf("a/b/keychain")), 0,
+       "Items are kept in files in '" + home.pathOf("a/b/keychain") + "'.",
+       "files in '" + home.pathOf("a/b/keychain") + "'"},
+      {"files under a regular file", std::make_shared<FileSecretStore>(notADirectory + "/keychain"),
+       -36, "The file store's directory '" + notADirectory + "/keychain' cannot be written.",
+       "files in '" + notADirectory + "/keychain'"},
+      {"files without a directory", std::make_shared<FileSecretStore>(""), -25291,
+       "No home directory was found, so the file store has nowhere to keep items.", "files in ''"},
+      {"wrapped", std::make_shared<SecretStoreWrapper>(std::make_shared<MemorySecretStore>()), 0,
+       "Items are kept in this process's memory only and are gone when it ends.", "memory"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const SecretStoreCondition condition = c.store->condition();
+    EXPECT_EQ(condition.status, c.status);
+    EXPECT_EQ(condition.usable(), c.status == 0);
+    EXPECT_EQ(condition.reason, c.reason);
+    EXPECT_EQ(c.store->description(), c.description);
+  }
 }
 
 }  // namespace
