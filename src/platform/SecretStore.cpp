@@ -1,11 +1,15 @@
 #include "velmor/SecretStore.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <mutex>
 #include <string>
 #include <utility>
 
 #include "support/Format.h"
+#if VELMOR_HAVE_SECRET_SERVICE
+#include "platform/SecretServiceConnection.h"
+#endif
 #include "velmor/FileSecretStore.h"
 #include "velmor/MemorySecretStore.h"
 #include "velmor/SecretServiceStore.h"
@@ -17,6 +21,18 @@ namespace {
 
 std::mutex defaultMutex;
 std::shared_ptr<SecretStore> chosenStore;  // guarded by defaultMutex
+
+#if VELMOR_HAVE_SECRET_SERVICE
+using Availability = SecretServiceConnection::Availability;
+
+Availability secretServiceAvailability() {
+  return SecretServiceConnection::probe(std::chrono::seconds(2));
+}
+#else
+enum class Availability { kNoSessionBus, kNoSecretService, kAvailable };
+
+Availability secretServiceAvailability() { return Availability::kNoSessionBus; }
+#endif
 
 std::string environmentText(const char* name) {
   const char* value = std::getenv(name);
@@ -55,13 +71,27 @@ std::shared_ptr<SecretStore> automaticChoice() {
                                 requested),
                VelmorAuthorizationLogger::kLevelError);
   }
-  if (SecretServiceStore::isAvailable()) {
-    logger.log("Secret store: Secret Service", VelmorAuthorizationLogger::kLevelInfo);
-    return std::make_shared<SecretServiceStore>();
+  switch (secretServiceAvailability()) {
+    case Availability::kAvailable:
+      logger.log("Secret store: Secret Service", VelmorAuthorizationLogger::kLevelInfo);
+      return std::make_shared<SecretServiceStore>();
+    case Availability::kNoSecretService: {
+      // A desktop session without a keyring: other processes of the same user
+      // (with a keyring, or started differently) may be using another store
+      // for the same identity, so this deserves more than an info line.
+      auto store = fileStore();
+      logger.log(stringWithFormat("Secret store: files in '%@': a session bus exists but no Secret "
+                                  "Service answers on it (set VELMOR_SECRET_STORE=file to choose "
+                                  "files on purpose)",
+                                  store->directory()),
+                 VelmorAuthorizationLogger::kLevelError);
+      return store;
+    }
+    case Availability::kNoSessionBus:
+      break;
   }
   auto store = fileStore();
-  logger.log(stringWithFormat("Secret store: files in '%@' (no Secret Service answers)",
-                              store->directory()),
+  logger.log(stringWithFormat("Secret store: files in '%@' (no session bus)", store->directory()),
              VelmorAuthorizationLogger::kLevelInfo);
   return store;
 }

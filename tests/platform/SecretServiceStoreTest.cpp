@@ -3,6 +3,7 @@
 #include "velmor/SecretServiceStore.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <algorithm>
 #include <atomic>
@@ -19,6 +20,7 @@
 
 #include "platform/GLibHandle.h"
 #include "testing/BusMonitor.h"
+#include "testing/RecordingLoggerDelegate.h"
 #include "testing/SecretServiceDaemon.h"
 #include "testing/UnresponsiveDBusName.h"
 
@@ -446,6 +448,23 @@ TEST_F(NoSecretServiceTest, EveryCallAnswersNotAvailable) {
   const SecretStoreCondition condition = store.condition();
   EXPECT_EQ(condition.status, -25291);
   EXPECT_EQ(condition.reason, "No Secret Service answers on the session bus.");
+}
+
+// A desktop bus without a keyring: files are used, and said so where errors go.
+TEST_F(NoSecretServiceTest, TheFallBackToFilesIsLoggedAsAnError) {
+  test::RecordingLoggerDelegate log;
+  test::ScopedLogger logger(1, &log);
+  ::unsetenv("VELMOR_SECRET_STORE");
+  ::setenv("VELMOR_SECRET_STORE_DIR", "/tmp/velmor-fallback-test", 1);
+  SecretStore::setDefault(nullptr);
+  EXPECT_EQ(SecretStore::defaultStore()->description(), "files in '/tmp/velmor-fallback-test'");
+  SecretStore::defaultStore();
+  SecretStore::setDefault(nullptr);
+  ::unsetenv("VELMOR_SECRET_STORE_DIR");
+  EXPECT_EQ(log.messages(),
+            std::vector<std::string>{"ERROR\tSecret store: files in '/tmp/velmor-fallback-test': a "
+                                     "session bus exists but no Secret Service answers on it (set "
+                                     "VELMOR_SECRET_STORE=file to choose files on purpose)"});
 }
 
 class HungSecretServiceTest : public ScenarioTest {

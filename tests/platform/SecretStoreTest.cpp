@@ -51,9 +51,7 @@ TEST_F(SecretStoreSelection, FollowsTheEnvironmentAndLogsTheChoiceOnce) {
       {"memory", "INFO\tSecret store: memory (VELMOR_SECRET_STORE)", false},
       {"file", "INFO\tSecret store: files in '/tmp/velmor-selection-test' (VELMOR_SECRET_STORE)",
        true},
-      {nullptr,
-       "INFO\tSecret store: files in '/tmp/velmor-selection-test' (no Secret Service answers)",
-       true},
+      {nullptr, "INFO\tSecret store: files in '/tmp/velmor-selection-test' (no session bus)", true},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.requested ? c.requested : "(unset)");
