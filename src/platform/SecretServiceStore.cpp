@@ -207,12 +207,12 @@ std::int32_t addIn(SecretServiceConnection& connection, DeadlineContext& call,
   return createIn(connection, call, service, account, data);
 }
 
-// Writes `data` into each readable item; kSecretStoreItemNotFound when none
-// was left to write.
+// Writes `data` into each of `items` (each with a path and an encoding),
+// counting in `*written` those still there; any other failure stops it.
 template <typename Items>
 std::int32_t writeEach(SecretServiceConnection& connection, DeadlineContext& call,
-                       const Items& items, const Data& data) {
-  bool written = false;
+                       const Items& items, const Data& data, std::size_t* written) {
+  *written = 0;
   for (const auto& item : items) {
     Data secret = secretFor(item.encoding, data);
     std::int32_t status =
@@ -220,9 +220,9 @@ std::int32_t writeEach(SecretServiceConnection& connection, DeadlineContext& cal
     OPENSSL_cleanse(secret.data(), secret.size());
     if (status == kSecretStoreItemNotFound) continue;  // removed meanwhile
     if (status != kSecretStoreSuccess) return status;
-    written = true;
+    ++*written;
   }
-  return written ? kSecretStoreSuccess : kSecretStoreItemNotFound;
+  return kSecretStoreSuccess;
 }
 
 std::int32_t updateIn(SecretServiceConnection& connection, DeadlineContext& call,
@@ -238,7 +238,10 @@ std::int32_t updateIn(SecretServiceConnection& connection, DeadlineContext& call
     if (item.bytes) readable.push_back({item.path, item.encoding, std::nullopt});
   }
   if (readable.empty()) return kSecretStoreIoError;
-  return writeEach(connection, call, readable, data);
+  std::size_t written = 0;
+  status = writeEach(connection, call, readable, data, &written);
+  if (status != kSecretStoreSuccess) return status;
+  return written > 0 ? kSecretStoreSuccess : kSecretStoreItemNotFound;
 }
 
 std::int32_t updateHeld(SecretServiceConnection& connection, DeadlineContext& call,
@@ -248,16 +251,9 @@ std::int32_t updateHeld(SecretServiceConnection& connection, DeadlineContext& ca
     for (const SecretServiceItem::Entry& entry : held->entries()) {
       if (entry.readable) readable.push_back(entry);
     }
-    bool gone = false;
-    for (const SecretServiceItem::Entry& entry : readable) {
-      Data secret = secretFor(entry.encoding, data);
-      std::int32_t status =
-          connection.setSecret(call, entry.path, secret, contentTypeFor(entry.encoding));
-      OPENSSL_cleanse(secret.data(), secret.size());
-      gone |= status == kSecretStoreItemNotFound;
-      if (status != kSecretStoreSuccess && status != kSecretStoreItemNotFound) return status;
-    }
-    if (!gone) return kSecretStoreSuccess;
+    std::size_t written = 0;
+    std::int32_t status = writeEach(connection, call, readable, data, &written);
+    if (status != kSecretStoreSuccess || written == readable.size()) return status;
     // Replaced meanwhile: the item now under the names is the one to change.
   }
   return updateIn(connection, call, item.service(), item.account(), data);
