@@ -80,11 +80,12 @@ class VELMOR_EXPORT SecretStore {
   // Removes an item; kSecretStoreItemNotFound when it is missing.
   virtual std::int32_t remove(const std::string& service, const std::string& account) = 0;
 
-  // Finding an item once and then changing it. find() answering for the
-  // same names, and on success a handle in `*item` (when `item` is given).
-  // The defaults call find(), update() and remove() with the handle's names;
-  // stores that keep a connection override them so that a read followed by
-  // a write costs one search, not two.
+  // Finding an item once and then changing it: findItem answers as find()
+  // does and, on success, puts a handle on what it found in `*item` (when
+  // given), for updateItem and removeItem. The defaults call find(),
+  // update() and remove() with the names; stores that keep a connection
+  // override them so that a read followed by a write costs one search, not
+  // two.
   virtual std::int32_t findItem(const std::string& service, const std::string& account, Data* data,
                                 std::unique_ptr<SecretStoreItem>* item);
   // Replaces the bytes of the item `item` stands for; kSecretStoreItemNotFound

@@ -107,13 +107,6 @@ std::vector<std::string> pathsIn(GVariant* array) {
   return paths;
 }
 
-Data bytesIn(GVariant* bytes) {
-  gsize length = 0;
-  const auto* data = static_cast<const std::uint8_t*>(
-      g_variant_get_fixed_array(bytes, &length, sizeof(std::uint8_t)));
-  return Data(data, data + length);
-}
-
 // The value inside a Properties.Get reply "(v)".
 VariantHandle propertyValue(const VariantHandle& reply) {
   VariantHandle boxed(g_variant_get_child_value(reply.get(), 0));
@@ -245,10 +238,8 @@ std::int32_t SecretServiceConnection::openSession(DeadlineContext& call) {
     VariantHandle path(g_variant_get_child_value(output.get(), 1));
     VariantHandle boxed(g_variant_get_child_value(output.get(), 0));
     VariantHandle serviceKey(g_variant_get_variant(boxed.get()));
-    if (g_variant_is_of_type(serviceKey.get(), G_VARIANT_TYPE_BYTESTRING)) {
-      session_ = SecretServiceSession::agree(*agreement, bytesIn(serviceKey.get()),
-                                             g_variant_get_string(path.get(), nullptr));
-    }
+    session_ = SecretServiceSession::agree(*agreement, serviceKey.get(),
+                                           g_variant_get_string(path.get(), nullptr));
     if (!session_) {
       problem_ = kNoSessionKey;
       return kSecretStoreIoError;

@@ -124,11 +124,12 @@ std::optional<SecretServiceSession::KeyAgreement> SecretServiceSession::KeyAgree
 }
 
 std::optional<SecretServiceSession> SecretServiceSession::agree(const KeyAgreement& agreement,
-                                                                const Data& servicePublicKey,
+                                                                GVariant* servicePublicKey,
                                                                 std::string path) {
+  if (!g_variant_is_of_type(servicePublicKey, G_VARIANT_TYPE_BYTESTRING)) return std::nullopt;
+  const Data serviceKey = bytesOfVariant(servicePublicKey);
   Bignum prime = groupPrime();
-  Bignum peer(
-      BN_bin2bn(servicePublicKey.data(), static_cast<int>(servicePublicKey.size()), nullptr));
+  Bignum peer(BN_bin2bn(serviceKey.data(), static_cast<int>(serviceKey.size()), nullptr));
   Bignum highest(BN_new());
   // 1 and p - 1 would give away the shared value; anything outside is no
   // member of the group.

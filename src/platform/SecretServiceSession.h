@@ -45,10 +45,11 @@ class SecretServiceSession final {
     Data publicKey_;
   };
 
-  // The session at `path` whose key follows from the service's public value;
-  // nothing when that value is out of range or OpenSSL fails.
+  // The session at `path` whose key follows from the service's public value
+  // (the byte array OpenSession answered); nothing when that is no byte
+  // array, is out of range, or OpenSSL fails.
   static std::optional<SecretServiceSession> agree(const KeyAgreement& agreement,
-                                                   const Data& servicePublicKey, std::string path);
+                                                   GVariant* servicePublicKey, std::string path);
   static SecretServiceSession plain(std::string path);
 
   ~SecretServiceSession();
