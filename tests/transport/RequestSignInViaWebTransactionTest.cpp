@@ -64,6 +64,17 @@ TEST_F(RequestSignInViaWebTransactionTest, BuildsTheSignInUrl) {
   }
 }
 
+TEST_F(RequestSignInViaWebTransactionTest, AHashRoutedPageKeepsItsPathAndLosesItsFragment) {
+  record_->setClientId("c");
+  const std::optional<HttpRequest> request =
+      transaction_.generateRequest(urlOf("https://h.example/app/?a=1#/sign/in"), urlOf(kRedirect));
+  ASSERT_TRUE(request);
+  EXPECT_EQ(request->url.absoluteString(),
+            "https://h.example/app/?a=1&response_type=code&client_id=c&redirect_uri=com.example."
+            "app%3A%2F%2Fdone&state=" +
+                *transaction_.lastGeneratedState());
+}
+
 TEST_F(RequestSignInViaWebTransactionTest, EveryRequestHasAFreshStateAndTransactionId) {
   // Version-4 UUIDs: without hyphens for the state, with them for the id.
   const std::regex state("[0-9a-f]{12}4[0-9a-f]{3}[89ab][0-9a-f]{15}");
