@@ -5,8 +5,9 @@ namespace velmor::devserver {
 namespace {
 
 // Only these parameters of the request are carried through the form.
-constexpr std::string_view kCarried[] = {"response_type", "client_id", "redirect_uri", "scope",
-                                         "state"};
+constexpr std::string_view kCarried[] = {
+    "response_type", "client_id",      "redirect_uri",         "scope",
+    "state",         "code_challenge", "code_challenge_method"};
 
 std::string page(std::string_view title, const std::string& content) {
   std::string html =

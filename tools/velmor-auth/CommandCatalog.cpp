@@ -27,11 +27,12 @@ std::vector<CommandSpec> makeCommands() {
   using namespace option;
   return {
       {"serve",
-       "[--port N] [--http] [--dir DIR] [--user NAME:PASSWORD]...",
+       "[--port N] [--http] [--dir DIR] [--user NAME:PASSWORD]... [--require-pkce]",
        "run the development authorization server until interrupted",
        "Prints the base URL and the CA file to trust (--ca-file). State lives in memory.\n"
        "Without --user the users are alice/wonderland and bob/builder. The application\n"
-       "token velmor-dev-app is always known, and --app-token adds one.",
+       "token velmor-dev-app is always known, and --app-token adds one. Browser sign-in\n"
+       "takes a proof key (PKCE, S256); --require-pkce refuses requests without one.",
        {{{kPort, "N", false, "port on 127.0.0.1 (default 8443, 0 picks a free one)"},
          {kHttp, "", false, "serve plain HTTP instead of HTTPS"},
          {kDir, "DIR", false,
@@ -41,7 +42,8 @@ std::vector<CommandSpec> makeCommands() {
          {kRefreshTokenLifetime, "SECONDS", false, "refresh token lifetime (default 1209600)"},
          {kMaxFailedSignIns, "N", false,
           "wrong passwords in a row that lock an account (default 3, 0 never)"},
-         {kLockoutSeconds, "SECONDS", false, "how long a lock lasts (default 900)"}},
+         {kLockoutSeconds, "SECONDS", false, "how long a lock lasts (default 900)"},
+         {kRequirePkce, "", false, "refuse browser sign-in requests without a code challenge"}},
         {}},
        runServe},
       {"activate", "", "register this installation with the server", "", {}, runActivate},
