@@ -40,6 +40,7 @@ inline constexpr char kPaste[] = "--paste";
 inline constexpr char kTimeout[] = "--timeout";
 inline constexpr char kCode[] = "--code";
 inline constexpr char kRedirectUrl[] = "--redirect-url";
+inline constexpr char kCodeVerifier[] = "--code-verifier";
 
 // store
 inline constexpr char kService[] = "--service";
