@@ -445,7 +445,8 @@ TEST_F(DevelopmentAuthorizationServiceTest, SubmittedSignInCancelsOrShowsTheForm
            signInQuery("&username=%3Calice%3E&password=x&action=sign-in"), "");
   EXPECT_EQ(wrong.status, 200);
   EXPECT_NE(
-      wrong.body.find(R"(<p class="message" id="message">The user name or password is wrong.</p>)"),
+      wrong.body.find(
+          R"(<p class="message" id="message" role="alert">The user name or password is wrong.</p>)"),
       std::string::npos);
   EXPECT_NE(wrong.body.find(R"(value="&lt;alice&gt;")"), std::string::npos);
 }

@@ -336,20 +336,29 @@ ServiceReply DevelopmentAuthorizationService::revoke(const ServiceRequest& reque
 ServiceReply DevelopmentAuthorizationService::signIn(const ServiceRequest& request) {
   const bool submitted = request.method == "POST";
   if (submitted && !isFormBody(request)) {
-    return problemPage(400, "Bad request", "The form must be sent form-encoded.");
+    return problemPage(400, "Bad request",
+                       "The sign-in form must be sent form-encoded, as the page itself sends "
+                       "it.");
   }
   std::optional<FormFields> parameters = FormCodec::parse(submitted ? request.body : request.query);
   if (!parameters || parameters->hasDuplicates()) {
-    return problemPage(400, "Bad request", "The sign-in request is malformed.");
+    return problemPage(400, "Bad request",
+                       "The sign-in link is malformed: a parameter is repeated or badly "
+                       "percent-encoded. Start the sign-in again from the application.");
   }
   // Without a known client and a usable redirect URL there is nobody to send
   // an error to: tell the person in the browser instead (RFC 6749, 4.1.2.1).
   if (clients_.find(parameters->valueOf("client_id")) == nullptr) {
-    return problemPage(400, "Unknown client", "The client_id names no registered client.");
+    return problemPage(400, "Unknown client",
+                       "This server knows no application with the client_id of this link. It "
+                       "forgets every registration when it restarts: activate the application "
+                       "again, then start a new sign-in.");
   }
   if (!isRedirectUri(parameters->valueOf("redirect_uri"))) {
     return problemPage(400, "Invalid redirect URL",
-                       "The redirect_uri is missing or not an absolute URL without a fragment.");
+                       "The sign-in link has no usable redirect_uri, so there is nowhere to "
+                       "send you back to. It must be an absolute URL without a fragment, such "
+                       "as http://127.0.0.1:8000/callback.");
   }
   if (parameters->valueOf("response_type") != "code") {
     return redirectError(*parameters, "unsupported_response_type",
