@@ -104,8 +104,8 @@ class VELMOR_EXPORT VelmorAuthorizationClientDelegate {
 //
 // Every public member writes one line through the shared logger, except
 // simulatedNetworkDelayInterval() and applicationDidBecomeActive().
-// Passwords, authorization codes, code verifiers and the redirect URLs
-// received appear in clear only when level 5 (sensitive) is loggable; the application token and
+// Passwords, authorization codes and the redirect URLs received appear in
+// clear only when level 5 (sensitive) is loggable; the application token and
 // the encryption key are logged at level 3 like any argument. In these lines
 // a queue shows as "<OperationQueue: 0x…>", a completion as
 // "<__NSMallocBlock__>", and anything absent as "(null)".

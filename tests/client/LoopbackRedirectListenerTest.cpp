@@ -124,7 +124,6 @@ TEST_F(LoopbackRedirectListenerTest, ListensAtTheLoopbackIpLiteral) {
   auto other = LoopbackRedirectListener::start("/signed-in", &error);
   ASSERT_TRUE(other);
   EXPECT_EQ(other->redirectUrl().path(), "/signed-in");
-  EXPECT_NE(other->redirectUrl().port(), listener_->redirectUrl().port());
   for (const char* path : {"", "callback", "/a?b", "/a#b"}) {
     SCOPED_TRACE(path);
     EXPECT_THROW(LoopbackRedirectListener::start(path, &error), InvalidArgumentException);
