@@ -31,11 +31,11 @@ std::optional<GrantOutcome> checkProofKey(const std::optional<std::string>& chal
   if (!challenge) {
     if (!verifier) return std::nullopt;
     return invalidGrant(
-        "The code was issued without a code challenge, so no code_verifier belongs "
-        "to it");
+        "The code was issued without a code challenge, so no code_verifier belongs to it");
   }
-  if (!verifier)
+  if (!verifier) {
     return invalidGrant("The code was issued for a code challenge: code_verifier is missing");
+  }
   if (!CodeChallenge::isAnsweredBy(*challenge, *verifier)) {
     return invalidGrant("The code_verifier does not match the code challenge");
   }

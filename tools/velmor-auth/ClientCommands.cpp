@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -67,6 +68,29 @@ int notAuthorized(ClientSession& session, OutputPrinter& out) {
 std::optional<std::string> readPassword(CommandContext& context, const std::string& username) {
   if (context.invocation.has(option::kPasswordStdin)) return TerminalInput::readLine(context.in);
   return TerminalInput::readHidden("Password for " + username + ": ");
+}
+
+// Opens the sign-in page in the browser, or prints its URL, and says what
+// happens next.
+void showSignInPage(const WebSignInFlow::Page& page, bool noBrowser, bool paste,
+                    const std::function<void(const std::string&)>& notice) {
+  if (noBrowser) {
+    notice(page.signInUrl);
+  } else if (ErrorRef error; !BrowserLauncher::openUrl(*Url::withString(page.signInUrl), &error)) {
+    notice("Could not start a browser (" + OutputPrinter::describe(*error).value_or("") +
+           "); open this URL:");
+    notice(page.signInUrl);
+  } else {
+    notice(paste ? "Continue in the browser; waiting for it to come back."
+                 : "Continue in the browser; waiting for it to come back (a browser on "
+                   "another machine cannot: use --paste).");
+  }
+  if (paste) {
+    notice(
+        "If the browser runs on another machine, sign in there, then paste here the whole "
+        "address it ends up at (its page will not load); it starts with " +
+        page.redirectUrl + "?");
+  }
 }
 
 }  // namespace
@@ -262,26 +286,8 @@ int runWebSignIn(CommandContext& context) {
     });
   }
   const bool noBrowser = invocation.has(option::kNoBrowser);
-  const WebSignInFlow::Outcome outcome = flow.run([&](const WebSignInFlow::Page& page) {
-    if (noBrowser) {
-      notice(page.signInUrl);
-    } else if (ErrorRef error;
-               !BrowserLauncher::openUrl(*Url::withString(page.signInUrl), &error)) {
-      notice("Could not start a browser (" + OutputPrinter::describe(*error).value_or("") +
-             "); open this URL:");
-      notice(page.signInUrl);
-    } else {
-      notice(paste ? "Continue in the browser; waiting for it to come back."
-                   : "Continue in the browser; waiting for it to come back (a browser on "
-                     "another machine cannot: use --paste).");
-    }
-    if (paste) {
-      notice(
-          "If the browser runs on another machine, sign in there, then paste here the whole "
-          "address it ends up at (its page will not load); it starts with " +
-          page.redirectUrl + "?");
-    }
-  });
+  const WebSignInFlow::Outcome outcome = flow.run(
+      [&](const WebSignInFlow::Page& page) { showSignInPage(page, noBrowser, paste, notice); });
   return reportSignIn(*session, out, outcome.scopes, outcome.error);
 }
 
