@@ -11,6 +11,7 @@ install(FILES
   include/velmor/ApplicationInfo.h
   include/velmor/Base64.h
   include/velmor/BlockOperation.h
+  include/velmor/BrowserLauncher.h
   include/velmor/CurlHttpClient.h
   include/velmor/Data.h
   include/velmor/DebugNotice.h
@@ -22,6 +23,7 @@ install(FILES
   include/velmor/HttpClient.h
   include/velmor/HttpUrlResponse.h
   include/velmor/Localization.h
+  include/velmor/LoopbackRedirectListener.h
   include/velmor/MemorySecretStore.h
   include/velmor/Operation.h
   include/velmor/OperationQueue.h

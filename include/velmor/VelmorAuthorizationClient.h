@@ -104,11 +104,17 @@ class VELMOR_EXPORT VelmorAuthorizationClientDelegate {
 //
 // Every public member writes one line through the shared logger, except
 // simulatedNetworkDelayInterval() and applicationDidBecomeActive().
-// Passwords, authorization codes and the redirect URLs received appear in
-// clear only when level 5 (sensitive) is loggable; the application token and
-// the encryption key are logged at level 3 like any argument. In these lines
-// a queue shows as "<OperationQueue: 0x…>", a completion as
-// "<__NSMallocBlock__>", and anything absent as "(null)".
+// The encryption key, passwords, authorization codes and the redirect URLs
+// received appear in clear only when level 5 (sensitive) is loggable, and
+// are starred ("***", "**...**") otherwise. The key is starred on purpose,
+// although it is a mere argument of construction and changeEncryptionKey():
+// with a diagnostic log and the stored record, anyone could read the client
+// secret and the tokens. Arguments are turned into text only for a line
+// that is written, so with logging off no copy of the key is made. The
+// application token is logged at level 3 like any argument. In these lines a
+// queue shows as "<OperationQueue: 0x…>", a completion as
+// "<__NSMallocBlock__>", anything absent as "(null)", and a null error
+// location as "0x0" (or "0x0x0" in the sign-in lines' "0x%p").
 //
 // The destructor waits for the exchanges already queued, then stops the
 // timer: a timer action running on another thread is waited for, and none
@@ -252,9 +258,22 @@ class VELMOR_EXPORT VelmorAuthorizationClient final {
   bool signOut(ErrorRef* error);
   void signOutAsync(Queue queue, SignOutCompletion completion);
 
+  // Whether web sign-in uses a proof key (PKCE, RFC 7636, method S256).
+  // When on, every sign-in request ends with "code_challenge" and
+  // "code_challenge_method=S256" for a fresh random code verifier, and the
+  // code exchange of its redirect ends with "code_verifier", so that a code
+  // caught on its way back to the application is worthless to whoever
+  // caught it. The verifier lives only with the current web sign-in, in
+  // memory; log lines show it only when level 5 (sensitive) is loggable.
+  // Off by default, and then every request is as it has always been. Read
+  // when a sign-in request is built; any thread.
+  bool usesPkce() const;
+  void setUsesPkce(bool uses);
+
   // The request for the server's sign-in page, for the application's browser
   // view; nothing, with client error 1, before activation. Replaces any
-  // earlier web sign-in in progress.
+  // earlier web sign-in in progress. LoopbackRedirectListener catches the
+  // redirect for applications without a browser view of their own.
   std::optional<HttpRequest> createWebSignInRequestWithBaseUrl(
       std::optional<Url> baseUrl, std::optional<Url> redirectUrl, std::optional<Scopes> scopes,
       std::optional<Dictionary> extraParameters, ErrorRef* error);
@@ -275,6 +294,17 @@ class VELMOR_EXPORT VelmorAuthorizationClient final {
                                                     ErrorRef* error);
   void signInAsyncWithAuthorizationCode(std::optional<std::string> authorizationCode,
                                         std::optional<Url> redirectUrl, Queue queue,
+                                        SignInCompletion completion);
+  // The same for a code whose sign-in request carried a proof-key challenge
+  // made elsewhere: the exchange presents `codeVerifier`, which must not be
+  // blank. Shown in log lines like the code.
+  std::optional<Scopes> signInWithAuthorizationCode(std::optional<std::string> authorizationCode,
+                                                    std::optional<Url> redirectUrl,
+                                                    std::optional<std::string> codeVerifier,
+                                                    ErrorRef* error);
+  void signInAsyncWithAuthorizationCode(std::optional<std::string> authorizationCode,
+                                        std::optional<Url> redirectUrl,
+                                        std::optional<std::string> codeVerifier, Queue queue,
                                         SignInCompletion completion);
 
  private:

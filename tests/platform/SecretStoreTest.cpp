@@ -1,6 +1,7 @@
 #include "velmor/SecretStore.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <optional>
@@ -115,6 +116,9 @@ TEST(SecretStoreItem, StoresWithoutHandlesActByName) {
 TEST(SecretStoreCondition, EachStoreSaysWhetherItCanBeUsedAndWhereItIs) {
   test::TemporaryDirectory home;
   const std::string notADirectory = home.writeFile("file", "x");
+  const std::string shared = home.pathOf("shared");
+  ASSERT_EQ(::mkdir(shared.c_str(), 0700), 0);
+  ASSERT_EQ(::chmod(shared.c_str(), 0777), 0);
   const struct {
     const char* what;
     std::shared_ptr<SecretStore> store;
@@ -133,6 +137,12 @@ TEST(SecretStoreCondition, EachStoreSaysWhetherItCanBeUsedAndWhereItIs) {
        "files in '" + notADirectory + "/keychain'"},
       {"files without a directory", std::make_shared<FileSecretStore>(""), -25291,
        "No home directory was found, so the file store has nowhere to keep items.", "files in ''"},
+      {"files others may write to", std::make_shared<FileSecretStore>(shared), -61,
+       "The file store's directory '" + shared +
+           "' belongs to another user or others may write to it, so nothing in it can be trusted.",
+       "files in '" + shared + "'"},
+      {"files at a relative path", std::make_shared<FileSecretStore>("keychain"), -50,
+       "The file store's directory 'keychain' is not an absolute path.", "files in 'keychain'"},
       {"wrapped", std::make_shared<SecretStoreWrapper>(std::make_shared<MemorySecretStore>()), 0,
        "Items are kept in this process's memory only and are gone when it ends.", "memory"},
   };

@@ -9,6 +9,7 @@
 
 #include "platform/PropertyList.h"
 #include "storage/CryptoUtility.h"
+#include "storage/PbkdfCalibration.h"
 #include "storage/SecureStoreRecord.h"
 #include "testing/FaultySecretStore.h"
 #include "testing/RecordingLoggerDelegate.h"
@@ -260,6 +261,28 @@ TEST_F(VelmorSimpleSecureStoreTest, AMissingSaltOrRoundCountGoesToTheErrorFunnel
     // their domain ("Missing Salt", code -1) have none.
     EXPECT_EQ(countIn(recorder, "ERROR\t(null)"), 1u);
     EXPECT_EQ(countIn(recorder, kUnlockFailed), 1u);
+    EXPECT_FALSE(anyMessageContains(recorder, "Key generation"));
+  }
+}
+
+// A count that would keep unlock busy for hours is refused before any
+// derivation; one within the ceiling is still derived with.
+TEST_F(VelmorSimpleSecureStoreTest, AnExcessiveRoundCountIsRefusedUnchecked) {
+  const std::uint32_t ceiling = PbkdfCalibration::storedRoundCountCeiling();
+  ASSERT_GT(ceiling, 100'000u);
+  const std::uint32_t excessive[] = {ceiling + 1, 0xFFFFFFFFu};
+  for (const std::uint32_t roundCount : excessive) {
+    SCOPED_TRACE(roundCount);
+    test::RecordingLoggerDelegate recorder;
+    test::ScopedLogger logger(3, &recorder);
+    writeDictionary({{"PasscodeHMAC", Data(32, 7)},
+                     {"Salt", Data(8, 1)},
+                     {"RoundCount", static_cast<std::int64_t>(roundCount)}});
+    EXPECT_FALSE(VelmorSimpleSecureStore(kService, kAccount).unlock("2468"));
+    EXPECT_EQ(countIn(recorder, "ERROR\tThe stored RoundCount, " + std::to_string(roundCount) +
+                                    ", is more than 100 times what this machine derives in 300 "
+                                    "ms; the passcode is not checked."),
+              1u);
     EXPECT_FALSE(anyMessageContains(recorder, "Key generation"));
   }
 }

@@ -107,6 +107,9 @@ TEST_F(ToolTest, UsageErrorsExitWithTwo) {
        "--timeout takes 1 to 86400 seconds, not '0'"},
       {{"--server", "https://h/", "code-exchange", "--redirect-url", "app:/cb"},
        "--code is required"},
+      {{"--server", "https://h/", "code-exchange", "--code", "c", "--redirect-url", "app:/cb",
+        "--code-verifier", " "},
+       "--code-verifier must not be blank"},
       {{"serve", "--port", "70000"}, "--port takes 0 to 65535, not '70000'"},
       {{"serve", "--user", "nopassword"}, "--user takes NAME:PASSWORD, not 'nopassword'"},
       {{"serve", "--lockout-seconds", "0"}, "--lockout-seconds takes a number of seconds, not '0'"},
@@ -283,8 +286,9 @@ TEST_F(ToolTest, CommandsThatWriteRefuseAStoreThatCannotSave) {
 class ServedToolTest : public ToolTest {
  protected:
   void SetUp() override {
-    server_ = std::make_unique<ToolProcess>(
-        Words{"serve", "--port", "0", "--dir", home_.pathOf("devserver"), "--json"}, environment_);
+    Words serve = {"serve", "--port", "0", "--dir", home_.pathOf("devserver"), "--json"};
+    serve.insert(serve.end(), serveOptions_.begin(), serveOptions_.end());
+    server_ = std::make_unique<ToolProcess>(serve, environment_);
     const std::optional<std::string> line =
         server_->readLine([](const std::string&) { return true; }, 60s);
     ASSERT_TRUE(line) << server_->finish(SIGKILL).err;
@@ -299,6 +303,7 @@ class ServedToolTest : public ToolTest {
     return all;
   }
 
+  Words serveOptions_;
   std::unique_ptr<ToolProcess> server_;
   Json announced_;
   std::string baseUrl_;
@@ -458,6 +463,9 @@ TEST_F(ServedToolTest, WebSignInCompletesWhenTheBrowserComesBack) {
   const std::optional<std::string> url = signIn.readLine(isSignInUrl, 60s);
   ASSERT_TRUE(url);
   EXPECT_EQ(url->rfind(baseUrl_ + "oauth2/v1/authorize?response_type=code&client_id=", 0), 0u);
+  EXPECT_TRUE(std::regex_search(
+      *url, std::regex("&code_challenge=[A-Za-z0-9_-]{43}&code_challenge_method=S256$")))
+      << *url;
 
   ScriptedBrowser browser(caFile_);
   const std::string location =
@@ -494,10 +502,24 @@ TEST_F(ServedToolTest, WebSignInReportsACancelAndATimeout) {
             "1)\n");
 }
 
+TEST_F(ServedToolTest, TakesTheCaFileFromTheEnvironment) {
+  environment_["VELMOR_CA_FILE"] = caFile_;
+  EXPECT_EQ(runJson({"--server", baseUrl_, "activate"}, 0).at("state"), 2);
+  // The option wins over the variable.
+  environment_["VELMOR_CA_FILE"] = home_.pathOf("missing.pem");
+  EXPECT_EQ(run({"--server", baseUrl_, "--ca-file", caFile_, "status"}).exitCode, 0);
+  const ToolRun unreadable = run({"--server", baseUrl_, "status"});
+  EXPECT_EQ(unreadable.exitCode, 2);
+  EXPECT_EQ(unreadable.err.rfind(
+                "velmor-auth: cannot read the CA file " + home_.pathOf("missing.pem") + "\n", 0),
+            0u)
+      << unreadable.err;
+}
+
 TEST_F(ServedToolTest, CodeExchangeWithACodeObtainedElsewhere) {
   runJson(client({"activate"}), 0);
   // The tool's own sign-in URL names the client; the code is then asked
-  // for with another redirect URL, as another program would.
+  // for with another redirect URL and proof key, as another program would.
   std::string url;
   {
     ToolProcess signIn(client({"web-sign-in", "--no-browser"}), environment_);
@@ -507,6 +529,9 @@ TEST_F(ServedToolTest, CodeExchangeWithACodeObtainedElsewhere) {
   const std::string redirect = "http://127.0.0.1:9/elsewhere";
   url = std::regex_replace(url, std::regex("redirect_uri=[^&]*"),
                            "redirect_uri=" + devserver::FormCodec::encode(redirect));
+  // RFC 7636, appendix B.
+  url = std::regex_replace(url, std::regex("code_challenge=[^&]*"),
+                           "code_challenge=E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM");
   ScriptedBrowser browser(caFile_);
   const std::string location =
       browser.submit(url, "username=alice&password=wonderland&action=sign-in");
@@ -514,10 +539,73 @@ TEST_F(ServedToolTest, CodeExchangeWithACodeObtainedElsewhere) {
   ASSERT_TRUE(std::regex_search(location, code, std::regex("code=([^&]+)"))) << location;
 
   const Words exchange = client({"code-exchange", "--code", code[1], "--redirect-url", redirect});
-  const Json signedIn = runJson(exchange, 0);
+  EXPECT_EQ(runJson(exchange, 1).at("error").at("code"), 4);
+  Words proven = exchange;
+  proven.insert(proven.end(), {"--code-verifier", "dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk"});
+  const Json signedIn = runJson(proven, 0);
   EXPECT_EQ(signedIn.at("state"), 3);
   EXPECT_EQ(signedIn.at("username"), nullptr);
-  EXPECT_EQ(runJson(exchange, 1).at("error").at("code"), 4);
+  EXPECT_EQ(runJson(proven, 1).at("error").at("code"), 4);
+}
+
+// A server that refuses browser sign-in requests without a proof key.
+class PkceRequiredToolTest : public ServedToolTest {
+ protected:
+  void SetUp() override {
+    serveOptions_ = {"--require-pkce"};
+    ServedToolTest::SetUp();
+  }
+};
+
+TEST_F(PkceRequiredToolTest, APastedRedirectCompletesTheSignIn) {
+  runJson(client({"activate"}), 0);
+  ToolProcess signIn(client({"web-sign-in", "--no-browser", "--paste"}), environment_, "", true);
+  const std::optional<std::string> url = signIn.readLine(isSignInUrl, 60s);
+  ASSERT_TRUE(url);
+  const std::optional<std::string> instruction = signIn.readLine(
+      [](const std::string& line) { return line.find(" paste here ") != std::string::npos; }, 60s);
+  ASSERT_TRUE(instruction);
+  std::smatch redirect;
+  ASSERT_TRUE(std::regex_search(*instruction, redirect,
+                                std::regex(R"(starts with (http://127\.0\.0\.1:\d+/callback)\?$)")))
+      << *instruction;
+
+  ScriptedBrowser browser(caFile_);
+  const std::string location =
+      browser.submit(*url, "username=alice&password=wonderland&action=sign-in");
+  ASSERT_EQ(location.rfind(redirect[1].str() + "?code=", 0), 0u) << location;
+  // The browser on the other machine never reaches the listener; the user
+  // copies its address bar instead, after a stray line.
+  signIn.writeInput("\nhttps://example.com/?code=x\n  " + location + "  \n");
+  const ToolRun result = signIn.finish();
+  EXPECT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_NE(result.out.find("That is not the address to paste; it starts with the redirect URL "
+                            "shown above.\n"),
+            std::string::npos)
+      << result.out;
+  EXPECT_NE(result.out.find("\nSigned in as alice.\n"), std::string::npos) << result.out;
+}
+
+TEST_F(PkceRequiredToolTest, ASignInWithoutAProofKeyIsRefused) {
+  runJson(client({"activate"}), 0);
+  ToolProcess signIn(client({"web-sign-in", "--no-browser", "--no-pkce"}), environment_);
+  const std::optional<std::string> url = signIn.readLine(isSignInUrl, 60s);
+  ASSERT_TRUE(url);
+  EXPECT_EQ(url->find("code_challenge"), std::string::npos);
+  CurlHttpClient http(CurlHttpClientOptions{60s, caFile_, 1024 * 1024});
+  const HttpResult page = http.send(HttpRequest(*Url::withString(*url)));
+  ASSERT_TRUE(page.response);
+  EXPECT_EQ(page.response->statusCode(), 302);
+  const std::string location = page.response->valueForHTTPHeaderField("Location").value_or("");
+  const HttpResult landed = http.send(HttpRequest(*Url::withString(location)));
+  const std::string shown =
+      landed.body ? std::string(landed.body->begin(), landed.body->end()) : "";
+  EXPECT_NE(shown.find("<h1>Sign-in failed</h1>"), std::string::npos) << shown;
+  const ToolRun result = signIn.finish();
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.err,
+            "velmor-auth: Server error: 'invalid_request' (com.velmor.authorization.server, code "
+            "5)\n");
 }
 
 // A store that takes nothing while its condition says it could (here a full

@@ -33,6 +33,10 @@ struct ServiceSettings {
   std::chrono::seconds refreshTokenLifetime{14 * 24 * 3600};
   std::chrono::seconds authorizationCodeLifetime{600};
 
+  // Browser sign-in requests without a proof-key challenge (PKCE, S256)
+  // are refused with "invalid_request".
+  bool requirePkce = false;
+
   // Wrong passwords in a row that lock an account; 0 never locks.
   int maxFailedSignIns = 3;
   std::chrono::seconds lockoutDuration{900};

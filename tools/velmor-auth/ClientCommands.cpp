@@ -1,11 +1,13 @@
 #include "ClientCommands.h"
 
 #include <chrono>
+#include <cstdio>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
-#include "BrowserLauncher.h"
 #include "ClientSession.h"
 #include "OptionNames.h"
 #include "ResourceCall.h"
@@ -13,6 +15,7 @@
 #include "TerminalInput.h"
 #include "ToolError.h"
 #include "WebSignInFlow.h"
+#include "velmor/BrowserLauncher.h"
 
 namespace velmor::tool {
 
@@ -88,6 +91,29 @@ int notAuthorized(ClientSession& session, OutputPrinter& out) {
 std::optional<std::string> readPassword(CommandContext& context, const std::string& username) {
   if (context.invocation.has(option::kPasswordStdin)) return TerminalInput::readLine(context.in);
   return TerminalInput::readHidden("Password for " + username + ": ");
+}
+
+// Opens the sign-in page in the browser, or prints its URL, and says what
+// happens next.
+void showSignInPage(const WebSignInFlow::Page& page, bool noBrowser, bool paste,
+                    const std::function<void(const std::string&)>& notice) {
+  if (noBrowser) {
+    notice(page.signInUrl);
+  } else if (ErrorRef error; !BrowserLauncher::openUrl(*Url::withString(page.signInUrl), &error)) {
+    notice("Could not start a browser (" + OutputPrinter::describe(*error).value_or("") +
+           "); open this URL:");
+    notice(page.signInUrl);
+  } else {
+    notice(paste ? "Continue in the browser; waiting for it to come back."
+                 : "Continue in the browser; waiting for it to come back (a browser on "
+                   "another machine cannot: use --paste).");
+  }
+  if (paste) {
+    notice(
+        "If the browser runs on another machine, sign in there, then paste here the whole "
+        "address it ends up at (its page will not load); it starts with " +
+        page.redirectUrl + "?");
+  }
 }
 
 }  // namespace
@@ -280,18 +306,23 @@ int runWebSignIn(CommandContext& context) {
                                      : Url::withString("oauth2/v1/authorize", session->serverUrl());
   if (!signInUrl) return out.usage("'" + signInText + "' is not an absolute URL", "web-sign-in");
 
-  const bool noBrowser = invocation.has(option::kNoBrowser);
+  session->client().setUsesPkce(!invocation.has(option::kNoPkce));
   WebSignInFlow flow(session->client(), *signInUrl, scopesOf(invocation), timeout);
-  const WebSignInFlow::Outcome outcome = flow.run([&out, noBrowser](const std::string& url) {
-    if (noBrowser) {
-      out.notice(url);
-    } else if (!BrowserLauncher::open(url)) {
-      out.notice("Could not start a browser; open this URL:");
-      out.notice(url);
-    } else {
-      out.notice("Continue in the browser; waiting for it to come back.");
-    }
-  });
+  const bool paste = invocation.has(option::kPaste);
+  // Notices come from two threads: the opener's and the paste reader's.
+  std::mutex noticeMutex;
+  auto notice = [&out, &noticeMutex](const std::string& text) {
+    std::lock_guard<std::mutex> lock(noticeMutex);
+    out.notice(text);
+  };
+  if (paste) {
+    flow.acceptPastedRedirect(::fileno(context.in), [&notice](const std::string&) {
+      notice("That is not the address to paste; it starts with the redirect URL shown above.");
+    });
+  }
+  const bool noBrowser = invocation.has(option::kNoBrowser);
+  const WebSignInFlow::Outcome outcome = flow.run(
+      [&](const WebSignInFlow::Page& page) { showSignInPage(page, noBrowser, paste, notice); });
   return reportSignIn(*session, out, outcome.scopes, outcome.error);
 }
 
@@ -299,10 +330,14 @@ int runCodeExchange(CommandContext& context) {
   const Invocation& invocation = context.invocation;
   const std::optional<std::string> code = invocation.value(option::kCode);
   const std::optional<std::string> redirect = invocation.value(option::kRedirectUrl);
+  const std::optional<std::string> verifier = invocation.value(option::kCodeVerifier);
   if (!code || isBlank(*code)) {
     return context.out.usage("--code is required", "code-exchange");
   }
   if (!redirect) return context.out.usage("--redirect-url is required", "code-exchange");
+  if (verifier && isBlank(*verifier)) {
+    return context.out.usage("--code-verifier must not be blank", "code-exchange");
+  }
   const std::optional<Url> redirectUrl = Url::withString(*redirect);
   if (!redirectUrl) {
     return context.out.usage("'" + *redirect + "' is not an absolute URL", "code-exchange");
@@ -312,7 +347,9 @@ int runCodeExchange(CommandContext& context) {
   if (!session) return status;
   ErrorRef error;
   const std::optional<Scopes> granted =
-      session->client().signInWithAuthorizationCode(*code, *redirectUrl, &error);
+      verifier
+          ? session->client().signInWithAuthorizationCode(*code, *redirectUrl, *verifier, &error)
+          : session->client().signInWithAuthorizationCode(*code, *redirectUrl, &error);
   return reportSignIn(*session, context.out, granted, error);
 }
 
