@@ -24,6 +24,10 @@ class VELMOR_EXPORT MemorySecretStore final : public SecretStore {
                       const Data& data) override;
   std::int32_t remove(const std::string& service, const std::string& account) override;
 
+  // Always usable; the description is "memory".
+  SecretStoreCondition condition() override;
+  std::string description() const override;
+
   std::size_t itemCount() const;
 
  private:

@@ -32,6 +32,13 @@ std::int32_t MemorySecretStore::remove(const std::string& service, const std::st
   return items_.erase({service, account}) ? kSecretStoreSuccess : kSecretStoreItemNotFound;
 }
 
+SecretStoreCondition MemorySecretStore::condition() {
+  return {kSecretStoreSuccess,
+          "Items are kept in this process's memory only and are gone when it ends."};
+}
+
+std::string MemorySecretStore::description() const { return "memory"; }
+
 std::size_t MemorySecretStore::itemCount() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return items_.size();

@@ -14,7 +14,10 @@
 namespace velmor::test {
 
 // Over a MemorySecretStore by default. Each fault switch holds the status
-// that call answers (0 = forward as usual); calls are counted.
+// that call answers (0 = forward as usual); calls are counted. The item
+// calls share the switches and counters of the name-based ones (findItem
+// with find, ...). With conditionFault set, condition() answers that status
+// with kConditionFaultReason.
 class FaultySecretStore final : public SecretStoreWrapper {
  public:
   explicit FaultySecretStore(
@@ -25,7 +28,10 @@ class FaultySecretStore final : public SecretStoreWrapper {
   std::atomic<std::int32_t> addFault{0};
   std::atomic<std::int32_t> updateFault{0};
   std::atomic<std::int32_t> removeFault{0};
-  std::atomic<int> finds{0}, adds{0}, updates{0}, removes{0};
+  std::atomic<std::int32_t> conditionFault{0};
+  std::atomic<int> finds{0}, adds{0}, updates{0}, removes{0}, conditions{0};
+
+  static constexpr char kConditionFaultReason[] = "The test keyring is locked.";
 
   std::int32_t find(const std::string& service, const std::string& account, Data* data) override {
     ++finds;
@@ -44,6 +50,26 @@ class FaultySecretStore final : public SecretStoreWrapper {
   std::int32_t remove(const std::string& service, const std::string& account) override {
     ++removes;
     return removeFault ? removeFault.load() : SecretStoreWrapper::remove(service, account);
+  }
+
+  std::int32_t findItem(const std::string& service, const std::string& account, Data* data,
+                        std::unique_ptr<SecretStoreItem>* item) override {
+    ++finds;
+    return findFault ? findFault.load()
+                     : SecretStoreWrapper::findItem(service, account, data, item);
+  }
+  std::int32_t updateItem(SecretStoreItem& item, const Data& data) override {
+    ++updates;
+    return updateFault ? updateFault.load() : SecretStoreWrapper::updateItem(item, data);
+  }
+  std::int32_t removeItem(SecretStoreItem& item) override {
+    ++removes;
+    return removeFault ? removeFault.load() : SecretStoreWrapper::removeItem(item);
+  }
+  SecretStoreCondition condition() override {
+    ++conditions;
+    if (conditionFault) return {conditionFault.load(), kConditionFaultReason};
+    return SecretStoreWrapper::condition();
   }
 };
 

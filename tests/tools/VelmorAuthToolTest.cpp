@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "devserver/FormCodec.h"
+#include "testing/FullDiskDirectory.h"
 #include "testing/TemporaryDirectory.h"
 #include "tools/ToolProcess.h"
 #include "velmor/Base64.h"
@@ -164,7 +166,8 @@ TEST_F(ToolTest, KeyFileIsMadeOnceWithPrivateModes) {
             (Json{{"state", 1},
                   {"stateName", "activationRequired"},
                   {"username", nullptr},
-                  {"validUntil", {{"accessToken", nullptr}, {"refreshToken", nullptr}}}}));
+                  {"validUntil", {{"accessToken", nullptr}, {"refreshToken", nullptr}}},
+                  {"store", "files in '" + home_.pathOf("keychain") + "'"}}));
   const std::string path = home_.pathOf("config/velmor-auth/key");
   EXPECT_EQ(modeOf(home_.pathOf("config")), 0700u);
   EXPECT_EQ(modeOf(home_.pathOf("config/velmor-auth")), 0700u);
@@ -232,6 +235,50 @@ TEST_F(ToolTest, StoreKeepsAValueBehindAPasscode) {
   EXPECT_EQ(invalid.err.rfind("velmor-auth: standard input holds no JSON value\n", 0), 0u);
   // The human form prints the value as indented JSON.
   EXPECT_EQ(run(with({"load"})).out, "[\n  \"replaced\"\n]\n");
+}
+
+Json storeError(const std::string& description) {
+  return {{"domain", "com.velmor.authorization.tool"}, {"code", 10}, {"description", description}};
+}
+
+// Nothing is sent and nothing reported done while the store cannot keep the
+// result; status still answers, and says why.
+TEST_F(ToolTest, CommandsThatWriteRefuseAStoreThatCannotSave) {
+  const std::string directory = home_.writeFile("not-a-directory", "") + "/keychain";
+  environment_["VELMOR_SECRET_STORE_DIR"] = directory;
+  const std::string reason = "The file store's directory '" + directory + "' cannot be written.";
+  const Words server = {"--server", "https://127.0.0.1:9/"};
+  const struct {
+    Words words;
+    std::string input;
+  } cases[] = {
+      {{"activate"}, ""},
+      {{"sign-in", "--username", "alice", "--password-stdin"}, "wonderland\n"},
+      {{"sign-in"}, ""},
+      {{"refresh"}, ""},
+      {{"headers"}, ""},
+      {{"call", "https://127.0.0.1:9/api/v1/me"}, ""},
+      {{"sign-out"}, ""},
+      {{"delete"}, ""},
+      {{"code-exchange", "--code", "c", "--redirect-url", "app:/cb"}, ""},
+      {{"web-sign-in", "--no-browser"}, ""},
+      {{"store", "--service", "notes", "--account", "anna", "save"}, "[1]"},
+      {{"store", "--service", "notes", "--account", "anna", "change-passcode", "--no-passcode"},
+       ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.words.front());
+    Words words = server;
+    words.insert(words.end(), c.words.begin(), c.words.end());
+    const Json result = runJson(words, 1, c.input);
+    EXPECT_EQ(result, (Json{{"error", storeError(reason)}}));
+  }
+  const ToolRun status = run({"--server", "https://127.0.0.1:9/", "status"});
+  EXPECT_EQ(status.exitCode, 0);
+  EXPECT_NE(
+      status.out.find("\nStore: files in '" + directory + "'\nStore problem: " + reason + "\n"),
+      std::string::npos)
+      << status.out;
 }
 
 // A `velmor-auth serve` process for the test, and the options that point
@@ -559,6 +606,56 @@ TEST_F(PkceRequiredToolTest, ASignInWithoutAProofKeyIsRefused) {
   EXPECT_EQ(result.err,
             "velmor-auth: Server error: 'invalid_request' (com.velmor.authorization.server, code "
             "5)\n");
+}
+
+// A store that takes nothing while its condition says it could (here a full
+// disk): the registration the server made is not reported as done.
+TEST_F(ServedToolTest, AWriteTheStoreRefusedIsNotReportedAsDone) {
+  FullDiskDirectory disk;
+  environment_["VELMOR_SECRET_STORE_DIR"] = disk.path() + "/keychain";
+  runJson(client({"status"}), 0);  // makes the key file while files can still grow
+  disk.fill();
+  const Json activated = runJson(client({"activate"}), 1);
+  disk.release();
+  EXPECT_EQ(activated,
+            (Json{{"state", 1},
+                  {"stateName", "activationRequired"},
+                  {"error", storeError("The registration was not saved: the secret store refused "
+                                       "it (--log-level 1 shows why)")}}));
+}
+
+// Against a private gnome-keyring whose default collection is locked
+// (tests/tools/CMakeLists.txt runs it under with-secret-service --locked):
+// the store is chosen as on a desktop, and every write names the keyring.
+class LockedKeyringToolTest : public ToolTest {
+ protected:
+  void SetUp() override {
+    const char* scenario = std::getenv("VELMOR_SECRET_SERVICE_SCENARIO");
+    if (!scenario) GTEST_SKIP() << "runs under ctest, which sets up its Secret Service";
+    ASSERT_STREQ(scenario, "locked");
+    environment_.erase("DBUS_SESSION_BUS_ADDRESS");
+    environment_["VELMOR_SECRET_STORE"] = std::nullopt;
+  }
+};
+
+TEST_F(LockedKeyringToolTest, WritesFailNamingTheKeyringAndStatusSaysWhy) {
+  const std::string reason =
+      "The Secret Service's default keyring \"Login\" is locked, so nothing can be read from it "
+      "or saved in it; unlock it (for example in the desktop's password manager, Seahorse) and "
+      "try again.";
+  const Words server = {"--server", "https://127.0.0.1:9/"};
+  for (const Words& command : {Words{"activate"}, Words{"sign-in"}, Words{"delete"}}) {
+    SCOPED_TRACE(command.front());
+    Words words = server;
+    words.insert(words.end(), command.begin(), command.end());
+    const ToolRun result = run(words);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "velmor-auth: " + reason + " (com.velmor.authorization.tool, code 10)\n");
+  }
+  const Json status = runJson({"--server", "https://127.0.0.1:9/", "status"}, 0);
+  EXPECT_EQ(status.at("store"), "Secret Service (default collection)");
+  EXPECT_EQ(status.at("storeProblem"), reason);
 }
 
 TEST_F(ToolTest, LogLevelShowsTheLibrarysLinesOnStandardError) {

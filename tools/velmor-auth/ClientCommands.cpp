@@ -11,6 +11,7 @@
 #include "ClientSession.h"
 #include "OptionNames.h"
 #include "ResourceCall.h"
+#include "SecretStoreReport.h"
 #include "TerminalInput.h"
 #include "ToolError.h"
 #include "WebSignInFlow.h"
@@ -40,12 +41,34 @@ std::string joined(const Scopes& scopes) {
   return text;
 }
 
+// The session for a command that reads or writes the credential record; none,
+// after saying why, when the secret store cannot be used now (a locked
+// keyring would otherwise read as "activation required" and swallow every
+// write).
+std::unique_ptr<ClientSession> openWithStore(CommandContext& context, int* status) {
+  std::unique_ptr<ClientSession> session =
+      ClientSession::open(context.invocation, context.out, status);
+  if (session) *status = SecretStoreReport::requireUsable(context.out);
+  return *status == kExitSuccess ? std::move(session) : nullptr;
+}
+
+bool holdsTokens(ClientSession& session) {
+  const AuthorizationState state = session.client().authorizationState();
+  return state == AuthorizationStateAuthorized || state == AuthorizationStateRefreshRequired;
+}
+
 // What every sign-in form reports: who, what was granted, where it stands.
 int reportSignIn(ClientSession& session, OutputPrinter& out, const std::optional<Scopes>& scopes,
                  const ErrorRef& error) {
   if (error) {
     session.reportState(out);
     return out.fail(error);
+  }
+  const int kept = SecretStoreReport::requireKept(
+      out, session.client().accessTokenValidEndDateTime().has_value(), "The tokens");
+  if (kept != kExitSuccess) {
+    session.reportState(out);
+    return kept;
   }
   const std::optional<std::string> username = session.client().username();
   out.set("username", username ? nlohmann::json(*username) : nlohmann::json(nullptr));
@@ -97,13 +120,19 @@ void showSignInPage(const WebSignInFlow::Page& page, bool noBrowser, bool paste,
 
 int runActivate(CommandContext& context) {
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session =
-      ClientSession::open(context.invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   ErrorRef error;
   if (!session->client().activate(&error)) {
     session->reportState(context.out);
     return context.out.fail(error);
+  }
+  const int kept = SecretStoreReport::requireKept(
+      context.out, session->client().authorizationState() != AuthorizationStateActivationRequired,
+      "The registration");
+  if (kept != kExitSuccess) {
+    session->reportState(context.out);
+    return kept;
   }
   context.out.line("Activated: this installation is registered with " +
                    session->serverUrl().absoluteString());
@@ -125,7 +154,7 @@ int runSignIn(CommandContext& context) {
     return out.usage("--username must not be blank", "sign-in");
   }
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session = ClientSession::open(invocation, out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   ErrorRef error;
   std::optional<Scopes> granted;
@@ -148,8 +177,7 @@ int runSignIn(CommandContext& context) {
 
 int runRefresh(CommandContext& context) {
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session =
-      ClientSession::open(context.invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   ErrorRef error;
   const std::optional<Scopes> granted =
@@ -175,13 +203,14 @@ int runStatus(CommandContext& context) {
   context.out.set("username", username ? nlohmann::json(*username) : nlohmann::json(nullptr));
   context.out.line("User: " + username.value_or("none"));
   session->reportValidity(context.out);
+  // Reads only: a store that cannot be used is shown, not refused.
+  SecretStoreReport::describe(context.out);
   return kExitSuccess;
 }
 
 int runHeaders(CommandContext& context) {
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session =
-      ClientSession::open(context.invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   std::optional<Dictionary> headers;
   ErrorRef error;
@@ -204,8 +233,7 @@ int runCall(CommandContext& context) {
   const std::optional<Url> url = Url::withString(target);
   if (!url) return context.out.usage("'" + target + "' is not an absolute URL", "call");
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session =
-      ClientSession::open(context.invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   std::optional<Dictionary> headers;
   ErrorRef error;
@@ -228,26 +256,33 @@ int runCall(CommandContext& context) {
 
 int runSignOut(CommandContext& context) {
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session =
-      ClientSession::open(context.invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   ErrorRef error;
   const bool revoked = session->client().signOut(&error);
-  // The tokens are gone here even when the server could not be told.
-  if (revoked) context.out.line("Signed out.");
+  // The tokens are gone here even when the server could not be told, unless
+  // the store refused to remove them.
+  const int removed =
+      SecretStoreReport::requireKept(context.out, !holdsTokens(*session), "The sign-out");
+  if (revoked && removed == kExitSuccess) context.out.line("Signed out.");
   session->reportState(context.out);
+  if (removed != kExitSuccess) return removed;
   return revoked ? kExitSuccess : context.out.fail(error);
 }
 
 int runDelete(CommandContext& context) {
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session =
-      ClientSession::open(context.invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   session->client().deleteAllData();
-  context.out.line("Deleted the stored client credentials, user name and tokens.");
+  const int deleted = SecretStoreReport::requireKept(
+      context.out, session->client().authorizationState() == AuthorizationStateActivationRequired,
+      "The deletion");
+  if (deleted == kExitSuccess) {
+    context.out.line("Deleted the stored client credentials, user name and tokens.");
+  }
   session->reportState(context.out);
-  return kExitSuccess;
+  return deleted;
 }
 
 int runWebSignIn(CommandContext& context) {
@@ -262,7 +297,7 @@ int runWebSignIn(CommandContext& context) {
     timeout = std::chrono::seconds(*seconds);
   }
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session = ClientSession::open(invocation, out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   const std::string signInText =
       invocation.value(option::kSignInUrl).value_or(session->serverUrl().absoluteString());
@@ -308,7 +343,7 @@ int runCodeExchange(CommandContext& context) {
     return context.out.usage("'" + *redirect + "' is not an absolute URL", "code-exchange");
   }
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session = ClientSession::open(invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   ErrorRef error;
   const std::optional<Scopes> granted =
