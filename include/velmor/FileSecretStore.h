@@ -79,6 +79,15 @@ class VELMOR_EXPORT FileSecretStore final : public SecretStore {
   std::int32_t lockItem(const std::string& service, const std::string& account,
                         std::chrono::milliseconds timeout, SecretStoreLock* lock) override;
 
+  // Usable when the directory, or the nearest of its parents that exists
+  // (add creates the rest), is a directory the user may write to, and the
+  // directory, if it exists, is trusted (see above): kSecretStoreIoError,
+  // kStatusUntrusted or kSecretStoreParameterError (a relative path) when
+  // not, kSecretStoreNotAvailable without a directory. The description is
+  // "files in '<directory>'".
+  SecretStoreCondition condition() override;
+  std::string description() const override;
+
   const std::string& directory() const { return directory_; }
 
  private:

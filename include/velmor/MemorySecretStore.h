@@ -27,6 +27,10 @@ class VELMOR_EXPORT MemorySecretStore final : public SecretStore {
   std::int32_t lockItem(const std::string& service, const std::string& account,
                         std::chrono::milliseconds timeout, SecretStoreLock* lock) override;
 
+  // Always usable; the description is "memory".
+  SecretStoreCondition condition() override;
+  std::string description() const override;
+
   std::size_t itemCount() const;
 
  private:

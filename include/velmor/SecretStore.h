@@ -23,7 +23,42 @@ enum SecretStoreStatus : std::int32_t {
   kSecretStoreNotAvailable = -25291,           // no secret store answers (or it hung)
   kSecretStoreDuplicateItem = -25299,          // add: an item with these names exists
   kSecretStoreItemNotFound = -25300,           // find, update, remove: no such item
-  kSecretStoreInteractionNotAllowed = -25308,  // the item exists but stays locked
+  kSecretStoreInteractionNotAllowed = -25308,  // locked, or no collection to keep items in
+};
+
+// Whether a store can be used now, and why not (SecretStore::condition).
+struct SecretStoreCondition {
+  // kSecretStoreSuccess when the store can be used; otherwise the status its
+  // calls answer (kSecretStoreInteractionNotAllowed for a locked or missing
+  // keyring, kSecretStoreNotAvailable when nothing answers, ...).
+  std::int32_t status = kSecretStoreSuccess;
+  // One plain English sentence for people, naming the store and what to do
+  // about it ("The Secret Service's default keyring \"Login\" is locked ...").
+  std::string reason;
+
+  bool usable() const { return status == kSecretStoreSuccess; }
+};
+
+// An item as SecretStore::findItem found it, so that updateItem and
+// removeItem act on it without searching again. Stores that can keep a
+// reference to an item derive their own kind; this base kind holds the names
+// only, and the calls given one act by name. A plain value owned by the
+// caller: it holds no connection and may outlive its store, after which it
+// is merely useless.
+class VELMOR_EXPORT SecretStoreItem {
+ public:
+  SecretStoreItem(std::string service, std::string account)
+      : service_(std::move(service)), account_(std::move(account)) {}
+  virtual ~SecretStoreItem();
+  SecretStoreItem(const SecretStoreItem&) = delete;
+  SecretStoreItem& operator=(const SecretStoreItem&) = delete;
+
+  const std::string& service() const { return service_; }
+  const std::string& account() const { return account_; }
+
+ private:
+  std::string service_;
+  std::string account_;
 };
 
 // ---- Item locks --------------------------------------------------------
@@ -78,6 +113,30 @@ class VELMOR_EXPORT SecretStore {
   // Removes an item; kSecretStoreItemNotFound when it is missing.
   virtual std::int32_t remove(const std::string& service, const std::string& account) = 0;
 
+  // Finding an item once and then changing it: findItem answers as find()
+  // does and, on success, puts a handle on what it found in `*item` (when
+  // given), for updateItem and removeItem. The defaults call find(),
+  // update() and remove() with the names; stores that keep a connection
+  // override them so that a read followed by a write costs one search, not
+  // two.
+  virtual std::int32_t findItem(const std::string& service, const std::string& account, Data* data,
+                                std::unique_ptr<SecretStoreItem>* item);
+  // Replaces the bytes of the item `item` stands for; kSecretStoreItemNotFound
+  // when it is gone. An item that was replaced meanwhile under the same names
+  // is updated, as update() would.
+  virtual std::int32_t updateItem(SecretStoreItem& item, const Data& data);
+  // Removes the item `item` stands for, as remove() would.
+  virtual std::int32_t removeItem(SecretStoreItem& item);
+
+  // Whether the store can be used now and, if not, why. May ask the store
+  // (one round trip to a Secret Service), so call it when a user is about to
+  // save something, not in a loop. The default answers "usable".
+  virtual SecretStoreCondition condition();
+  // What the store is and where it keeps its items, for people:
+  // "Secret Service (default collection)", "files in '<directory>'",
+  // "memory". The default says it is the application's own.
+  virtual std::string description() const;
+
   // ---- Item locks ----
   // Takes the lock of the item (service, account), which every thread and
   // every process of the user honours, waiting at most `timeout` for its
@@ -111,15 +170,19 @@ class VELMOR_EXPORT SecretStore {
   // The store the library uses. Chosen on first use unless set: the
   // environment's VELMOR_SECRET_STORE ("secret-service", "file" or "memory",
   // with VELMOR_SECRET_STORE_DIR for the file store's directory), else the
-  // Secret Service when a session bus answers, else the file store. The
-  // choice is logged once at info level.
+  // Secret Service when one answers on the session bus, else the file store.
+  // The choice is logged once: at level 1 when a session bus exists but no
+  // Secret Service answers on it (processes of one user may then be using
+  // two different stores), at info level otherwise.
   static std::shared_ptr<SecretStore> defaultStore();
   // Replaces the default; nullptr returns to the automatic choice.
   static void setDefault(std::shared_ptr<SecretStore> store);
 };
 
 // Forwards every call to another store; subclass it to change one call
-// (to inject a failure, count calls, ...).
+// (to inject a failure, count calls, ...). The library reads and writes
+// items through findItem, updateItem and removeItem: a subclass that changes
+// find, update or remove changes those alike.
 class VELMOR_EXPORT SecretStoreWrapper : public SecretStore {
  public:
   explicit SecretStoreWrapper(std::shared_ptr<SecretStore> target) : target_(std::move(target)) {}
@@ -144,6 +207,17 @@ class VELMOR_EXPORT SecretStoreWrapper : public SecretStore {
     return target_->lockItem(service, account, timeout, lock);
   }
   // ---- end of item locks ----
+
+  std::int32_t findItem(const std::string& service, const std::string& account, Data* data,
+                        std::unique_ptr<SecretStoreItem>* item) override {
+    return target_->findItem(service, account, data, item);
+  }
+  std::int32_t updateItem(SecretStoreItem& item, const Data& data) override {
+    return target_->updateItem(item, data);
+  }
+  std::int32_t removeItem(SecretStoreItem& item) override { return target_->removeItem(item); }
+  SecretStoreCondition condition() override { return target_->condition(); }
+  std::string description() const override { return target_->description(); }
 
   const std::shared_ptr<SecretStore>& target() const { return target_; }
 

@@ -298,9 +298,22 @@ class VELMOR_EXPORT VelmorAuthorizationClient final {
   bool signOut(ErrorRef* error);
   void signOutAsync(Queue queue, SignOutCompletion completion);
 
+  // Whether web sign-in uses a proof key (PKCE, RFC 7636, method S256).
+  // When on, every sign-in request ends with "code_challenge" and
+  // "code_challenge_method=S256" for a fresh random code verifier, and the
+  // code exchange of its redirect ends with "code_verifier", so that a code
+  // caught on its way back to the application is worthless to whoever
+  // caught it. The verifier lives only with the current web sign-in, in
+  // memory; log lines show it only when level 5 (sensitive) is loggable.
+  // Off by default, and then every request is as it has always been. Read
+  // when a sign-in request is built; any thread.
+  bool usesPkce() const;
+  void setUsesPkce(bool uses);
+
   // The request for the server's sign-in page, for the application's browser
   // view; nothing, with client error 1, before activation. Replaces any
-  // earlier web sign-in in progress.
+  // earlier web sign-in in progress. LoopbackRedirectListener catches the
+  // redirect for applications without a browser view of their own.
   std::optional<HttpRequest> createWebSignInRequestWithBaseUrl(
       std::optional<Url> baseUrl, std::optional<Url> redirectUrl, std::optional<Scopes> scopes,
       std::optional<Dictionary> extraParameters, ErrorRef* error);
@@ -321,6 +334,17 @@ class VELMOR_EXPORT VelmorAuthorizationClient final {
                                                     ErrorRef* error);
   void signInAsyncWithAuthorizationCode(std::optional<std::string> authorizationCode,
                                         std::optional<Url> redirectUrl, Queue queue,
+                                        SignInCompletion completion);
+  // The same for a code whose sign-in request carried a proof-key challenge
+  // made elsewhere: the exchange presents `codeVerifier`, which must not be
+  // blank. Shown in log lines like the code.
+  std::optional<Scopes> signInWithAuthorizationCode(std::optional<std::string> authorizationCode,
+                                                    std::optional<Url> redirectUrl,
+                                                    std::optional<std::string> codeVerifier,
+                                                    ErrorRef* error);
+  void signInAsyncWithAuthorizationCode(std::optional<std::string> authorizationCode,
+                                        std::optional<Url> redirectUrl,
+                                        std::optional<std::string> codeVerifier, Queue queue,
                                         SignInCompletion completion);
 
  private:

@@ -251,12 +251,13 @@ struct VelmorAuthorizationClient::Impl {
 
   std::shared_ptr<RequestAccessTokenOperation> codeOperation(
       std::optional<std::string> authorizationCode, std::optional<Url> redirectUrl,
-      std::optional<std::string> username) const {
+      std::optional<std::string> username, std::optional<std::string> codeVerifier) const {
     auto operation = std::make_shared<RequestAccessTokenFromAuthCodeOperation>();
     configureTokenRequest(*operation);
     operation->setAuthorizationCode(authorizationCode.value_or(""));
     operation->setRedirectUrl(std::move(redirectUrl));
     operation->setUsername(std::move(username));
+    operation->setCodeVerifier(std::move(codeVerifier));
     return operation;
   }
 
@@ -309,25 +310,27 @@ struct VelmorAuthorizationClient::Impl {
 
   // Code exchange: no scope validation and no trimming; the user name comes
   // from the redirect (absent for a code obtained otherwise) and replaces
-  // the stored one on success.
+  // the stored one on success. The verifier answers the sign-in request's
+  // proof-key challenge, when it carried one.
   std::optional<Scopes> codeSignInSync(std::optional<std::string> authorizationCode,
                                        std::optional<Url> redirectUrl,
-                                       std::optional<std::string> username, ErrorRef* error) {
+                                       std::optional<std::string> username,
+                                       std::optional<std::string> codeVerifier, ErrorRef* error) {
     if (refusedAsBusy(error)) return std::nullopt;
-    return runSignIn(
-        codeOperation(std::move(authorizationCode), std::move(redirectUrl), std::move(username)),
-        error);
+    return runSignIn(codeOperation(std::move(authorizationCode), std::move(redirectUrl),
+                                   std::move(username), std::move(codeVerifier)),
+                     error);
   }
 
   void codeSignInAsync(std::optional<std::string> authorizationCode, std::optional<Url> redirectUrl,
-                       std::optional<std::string> username, Queue queue,
-                       SignInCompletion completion) {
+                       std::optional<std::string> username, std::optional<std::string> codeVerifier,
+                       Queue queue, SignInCompletion completion) {
     if (refusedAsBusy(queue, completion, std::optional<std::string>(), std::optional<Scopes>())) {
       return;
     }
-    startSignIn(
-        codeOperation(std::move(authorizationCode), std::move(redirectUrl), std::move(username)),
-        std::move(queue), std::move(completion));
+    startSignIn(codeOperation(std::move(authorizationCode), std::move(redirectUrl),
+                              std::move(username), std::move(codeVerifier)),
+                std::move(queue), std::move(completion));
   }
 
   // Refresh waits its turn behind queued work instead of refusing, and is
@@ -429,6 +432,7 @@ struct VelmorAuthorizationClient::Impl {
   }
 
   std::atomic<VelmorAuthorizationClientDelegate*> delegate{nullptr};
+  std::atomic<bool> usesPkce{false};
   // The application's own field; the client never reads it.
   std::optional<std::string> applicationUsername;
   const Url authorizationServerBaseUrl;
@@ -872,6 +876,16 @@ void VelmorAuthorizationClient::signOutAsync(Queue queue, SignOutCompletion comp
   impl_->operationQueue->addOperation(operation);
 }
 
+bool VelmorAuthorizationClient::usesPkce() const {
+  logCall("-[VelmorAuthorizationClient usesPkce]");
+  return impl_->usesPkce.load();
+}
+
+void VelmorAuthorizationClient::setUsesPkce(bool uses) {
+  logCall("-[VelmorAuthorizationClient setUsesPkce:]", LogArgument::yesNo(uses ? 1 : 0));
+  impl_->usesPkce.store(uses);
+}
+
 std::optional<HttpRequest> VelmorAuthorizationClient::createWebSignInRequestWithBaseUrl(
     std::optional<Url> baseUrl, std::optional<Url> redirectUrl, std::optional<Scopes> scopes,
     std::optional<Dictionary> extraParameters, ErrorRef* error) {
@@ -886,6 +900,7 @@ std::optional<HttpRequest> VelmorAuthorizationClient::createWebSignInRequestWith
     return std::nullopt;
   }
   auto transaction = std::make_shared<RequestSignInViaWebTransaction>(impl_->secureData);
+  transaction->setUsesPkce(impl_->usesPkce.load());
   transaction->setScopes(std::move(scopes));
   transaction->setExtraParameters(std::move(extraParameters));
   std::optional<HttpRequest> request = transaction->generateRequest(*baseUrl, *redirectUrl);
@@ -914,8 +929,10 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithWebAuthorizationRespo
   // The location is mandatory here; a null one is tolerated, not written.
   store(error, failure);
   if (failure) return std::nullopt;
+  std::optional<std::string> codeVerifier = transaction->codeVerifier();
   impl_->currentRequestSignInViaWebTransaction.reset();
-  return impl_->codeSignInSync(std::move(code), std::move(redirectUrl), std::move(username), error);
+  return impl_->codeSignInSync(std::move(code), std::move(redirectUrl), std::move(username),
+                               std::move(codeVerifier), error);
 }
 
 void VelmorAuthorizationClient::signInAsyncWithWebAuthorizationResponse(
@@ -945,7 +962,7 @@ void VelmorAuthorizationClient::signInAsyncWithWebAuthorizationResponse(
     return;
   }
   impl_->codeSignInAsync(std::move(code), std::move(redirectUrl), std::move(username),
-                         std::move(queue), std::move(completion));
+                         transaction->codeVerifier(), std::move(queue), std::move(completion));
 }
 
 std::optional<Scopes> VelmorAuthorizationClient::signInWithAuthorizationCode(
@@ -958,7 +975,7 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithAuthorizationCode(
   ParamValidator::checkIsNotNilOrWhitespaceOnlyString(authorizationCode, "authorizationCode");
   ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
   return impl_->codeSignInSync(std::move(authorizationCode), std::move(redirectUrl), std::nullopt,
-                               error);
+                               std::nullopt, error);
 }
 
 void VelmorAuthorizationClient::signInAsyncWithAuthorizationCode(
@@ -973,7 +990,40 @@ void VelmorAuthorizationClient::signInAsyncWithAuthorizationCode(
   ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
   ParamValidator::checkIsNotNil(queue, "queue");
   impl_->codeSignInAsync(std::move(authorizationCode), std::move(redirectUrl), std::nullopt,
-                         std::move(queue), std::move(completion));
+                         std::nullopt, std::move(queue), std::move(completion));
+}
+
+std::optional<Scopes> VelmorAuthorizationClient::signInWithAuthorizationCode(
+    std::optional<std::string> authorizationCode, std::optional<Url> redirectUrl,
+    std::optional<std::string> codeVerifier, ErrorRef* error) {
+  const SignInLogLine line;
+  line.write(
+      "%s authorizationCode: '%@' redirectUrl: '%@' codeVerifier: '%@' error: '0x%p'",
+      "-[VelmorAuthorizationClient signInWithAuthorizationCode:redirectUrl:codeVerifier:error:]",
+      LogSecret(LogSecret::Kind::kAuthorizationCode, authorizationCode), redirectUrl,
+      LogSecret(LogSecret::Kind::kCodeVerifier, codeVerifier), static_cast<const void*>(error));
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(authorizationCode, "authorizationCode");
+  ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(codeVerifier, "codeVerifier");
+  return impl_->codeSignInSync(std::move(authorizationCode), std::move(redirectUrl), std::nullopt,
+                               std::move(codeVerifier), error);
+}
+
+void VelmorAuthorizationClient::signInAsyncWithAuthorizationCode(
+    std::optional<std::string> authorizationCode, std::optional<Url> redirectUrl,
+    std::optional<std::string> codeVerifier, Queue queue, SignInCompletion completion) {
+  const SignInLogLine line;
+  line.write("%s authorizationCode: '%@' redirectUrl: '%@' codeVerifier: '%@' queue: '%@'",
+             "-[VelmorAuthorizationClient "
+             "signInAsyncWithAuthorizationCode:redirectUrl:codeVerifier:queue:completion:]",
+             LogSecret(LogSecret::Kind::kAuthorizationCode, authorizationCode), redirectUrl,
+             LogSecret(LogSecret::Kind::kCodeVerifier, codeVerifier), queue);
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(authorizationCode, "authorizationCode");
+  ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(codeVerifier, "codeVerifier");
+  ParamValidator::checkIsNotNil(queue, "queue");
+  impl_->codeSignInAsync(std::move(authorizationCode), std::move(redirectUrl), std::nullopt,
+                         std::move(codeVerifier), std::move(queue), std::move(completion));
 }
 
 }  // namespace velmor

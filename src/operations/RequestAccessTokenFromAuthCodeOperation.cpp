@@ -13,6 +13,7 @@ void RequestAccessTokenFromAuthCodeOperation::perform() {
   RequestAccessTokenFromAuthCodeTransaction transaction(secureData());
   transaction.setAuthorizationCode(authorizationCode_);
   transaction.setRedirectUrl(redirectUrl_);
+  transaction.setCodeVerifier(codeVerifier_);
   applyExpirationOverrides(transaction);
 
   const SignInCompletion& completion = signInCompletionBlock();

@@ -274,6 +274,16 @@ Action actionFor(bool adding, bool removing, Slot slot) {
   return Action::kIoError;
 }
 
+// The directory itself if it exists, else the nearest parent that does.
+std::string nearestExisting(std::string path) {
+  while (access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
+    const std::size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos) return ".";
+    path.resize(slash == 0 ? 1 : slash);
+  }
+  return path;
+}
+
 std::string homeDirectory() {
   const char* home = std::getenv("HOME");
   if (home && home[0] == '/') return home;
@@ -421,6 +431,36 @@ std::int32_t FileSecretStore::lockTimedOut() const {
                        directory_, static_cast<std::int64_t>(lockTimeout_.count())),
       VelmorAuthorizationLogger::kLevelError);
   return kSecretStoreNotAvailable;
+}
+
+SecretStoreCondition FileSecretStore::condition() {
+  if (directory_.empty()) {
+    return {kSecretStoreNotAvailable,
+            "No home directory was found, so the file store has nowhere to keep items."};
+  }
+  if (directory_.front() != '/') {
+    return {
+        kSecretStoreParameterError,
+        stringWithFormat("The file store's directory '%@' is not an absolute path.", directory_)};
+  }
+  const std::string existing = nearestExisting(directory_);
+  struct stat info;
+  if (stat(existing.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) ||
+      access(existing.c_str(), W_OK | X_OK) != 0) {
+    return {kSecretStoreIoError,
+            stringWithFormat("The file store's directory '%@' cannot be written.", directory_)};
+  }
+  if (existing == directory_ && (info.st_uid != geteuid() || (info.st_mode & 022) != 0)) {
+    return {kStatusUntrusted,
+            stringWithFormat("The file store's directory '%@' belongs to another user or others "
+                             "may write to it, so nothing in it can be trusted.",
+                             directory_)};
+  }
+  return {kSecretStoreSuccess, stringWithFormat("Items are kept in files in '%@'.", directory_)};
+}
+
+std::string FileSecretStore::description() const {
+  return stringWithFormat("files in '%@'", directory_);
 }
 
 }  // namespace velmor

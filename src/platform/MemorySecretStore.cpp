@@ -44,6 +44,13 @@ std::int32_t MemorySecretStore::lockItem(const std::string& service, const std::
       timeout, lock);
 }
 
+SecretStoreCondition MemorySecretStore::condition() {
+  return {kSecretStoreSuccess,
+          "Items are kept in this process's memory only and are gone when it ends."};
+}
+
+std::string MemorySecretStore::description() const { return "memory"; }
+
 std::size_t MemorySecretStore::itemCount() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return items_.size();

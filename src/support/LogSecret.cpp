@@ -18,6 +18,7 @@ struct Stars {
 Stars starsFor(LogSecret::Kind kind) {
   switch (kind) {
     case LogSecret::Kind::kAuthorizationCode:
+    case LogSecret::Kind::kCodeVerifier:
     case LogSecret::Kind::kRedirectUrl:
       return {"**...**", false};
     case LogSecret::Kind::kPasscode:

@@ -27,6 +27,7 @@ class LogSecret final {
     kPassword,           // "***"
     kPasscode,           // "***", also for no passcode
     kAuthorizationCode,  // "**...**"
+    kCodeVerifier,       // "**...**": it redeems the code
     kRedirectUrl,        // "**...**": it carries the code
     kToken,              // "***"
     kApplicationObject,  // "<redacted>"

@@ -144,11 +144,10 @@ TEST_F(SecureDataTest, FreshIdentityReadsNothingAndItsFirstSetterWritesOneEntry)
   data->setClientId("cid");
   EXPECT_EQ(store_->adds, 1);
   EXPECT_EQ(openStored(kKeyA), kRecord);
-  // On an existing item: one read, then the update (whose own find the
-  // keychain item makes).
+  // On an existing item: one read, and the update reuses what it found.
   store_->finds = 0;
   data->setClientSecret("s");
-  EXPECT_EQ(store_->finds, 2);
+  EXPECT_EQ(store_->finds, 1);
   EXPECT_EQ(store_->updates, 1);
   EXPECT_EQ(log_.messages(), Lines{});
 }

@@ -370,5 +370,20 @@ TEST_F(VelmorSimpleSecureStoreTest, SecretStoreFailuresGoToTheErrorFunnel) {
   EXPECT_FALSE(store.storeExists());  // a failed lookup counts as absent
 }
 
+// Saving into a locked keyring keeps its result (the value counts as handed
+// over), but the error log says, in the store's words, what is wrong, and the
+// store's condition could have told the application before.
+TEST_F(VelmorSimpleSecureStoreTest, ALockedKeyringIsNamedInTheErrorLog) {
+  secretStore_->findFault = secretStore_->addFault = secretStore_->conditionFault = -25308;
+  VelmorSimpleSecureStore store(kService, kAccount);
+  EXPECT_FALSE(SecretStore::defaultStore()->condition().usable());
+  EXPECT_TRUE(store.saveObject(kNotes));
+  EXPECT_TRUE(store.saveObject(kNotes));
+  EXPECT_EQ(countOf(std::string("ERROR\t") + test::FaultySecretStore::kConditionFaultReason), 1u);
+  EXPECT_EQ(countOf("ERROR\tKeychain error: -25308, 'The keyring is locked, or there is no "
+                    "default keyring.' in SecKeychainAddGenericPassword"),
+            2u);
+}
+
 }  // namespace
 }  // namespace velmor

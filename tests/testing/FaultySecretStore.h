@@ -17,10 +17,12 @@
 namespace velmor::test {
 
 // Over a MemorySecretStore by default. Each fault switch holds the status
-// that call answers (0 = forward as usual); calls are counted. A hook, when
-// set, runs on the calling thread before each call is forwarded (or
-// failed), so that a test can make another thread act at exactly that
-// point.
+// that call answers (0 = forward as usual); calls are counted. The item
+// calls share the switches and counters of the name-based ones (findItem
+// with find, ...). With conditionFault set, condition() answers that status
+// with kConditionFaultReason. A hook, when set, runs on the calling thread
+// before each call is forwarded (or failed), so that a test can make
+// another thread act at exactly that point.
 class FaultySecretStore final : public SecretStoreWrapper {
  public:
   enum class Call { kFind, kAdd, kUpdate, kRemove, kLockItem };
@@ -35,7 +37,10 @@ class FaultySecretStore final : public SecretStoreWrapper {
   std::atomic<std::int32_t> updateFault{0};
   std::atomic<std::int32_t> removeFault{0};
   std::atomic<std::int32_t> lockFault{0};
-  std::atomic<int> finds{0}, adds{0}, updates{0}, removes{0}, locks{0};
+  std::atomic<std::int32_t> conditionFault{0};
+  std::atomic<int> finds{0}, adds{0}, updates{0}, removes{0}, locks{0}, conditions{0};
+
+  static constexpr char kConditionFaultReason[] = "The test keyring is locked.";
 
   void setHook(Hook hook) {
     std::lock_guard<std::mutex> guard(hookMutex_);
@@ -63,6 +68,29 @@ class FaultySecretStore final : public SecretStoreWrapper {
     ++removes;
     runHook(Call::kRemove);
     return removeFault ? removeFault.load() : SecretStoreWrapper::remove(service, account);
+  }
+
+  std::int32_t findItem(const std::string& service, const std::string& account, Data* data,
+                        std::unique_ptr<SecretStoreItem>* item) override {
+    ++finds;
+    runHook(Call::kFind);
+    return findFault ? findFault.load()
+                     : SecretStoreWrapper::findItem(service, account, data, item);
+  }
+  std::int32_t updateItem(SecretStoreItem& item, const Data& data) override {
+    ++updates;
+    runHook(Call::kUpdate);
+    return updateFault ? updateFault.load() : SecretStoreWrapper::updateItem(item, data);
+  }
+  std::int32_t removeItem(SecretStoreItem& item) override {
+    ++removes;
+    runHook(Call::kRemove);
+    return removeFault ? removeFault.load() : SecretStoreWrapper::removeItem(item);
+  }
+  SecretStoreCondition condition() override {
+    ++conditions;
+    if (conditionFault) return {conditionFault.load(), kConditionFaultReason};
+    return SecretStoreWrapper::condition();
   }
   std::int32_t lockItem(const std::string& service, const std::string& account,
                         std::chrono::milliseconds timeout, SecretStoreLock* lock) override {

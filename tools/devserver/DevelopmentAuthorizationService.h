@@ -30,10 +30,12 @@ namespace velmor::devserver {
 //                                    x_namespace_id), client_credentials
 //                                    (scope), refresh_token (refresh_token,
 //                                    scope), authorization_code (code,
-//                                    redirect_uri) → 200 token response
+//                                    redirect_uri, code_verifier) → 200
+//                                    token response
 //   POST /oauth2/v1/tokens/revoke    Basic client; token → 200
 //   GET  /oauth2/v1/authorize        the sign-in form for response_type=code,
-//                                    client_id, redirect_uri, scope, state
+//                                    client_id, redirect_uri, scope, state,
+//                                    code_challenge, code_challenge_method
 //   POST /oauth2/v1/authorize        the form: a 302 to redirect_uri with
 //                                    code, state and x_username, or with
 //                                    error=access_denied on "cancel"
@@ -50,6 +52,11 @@ namespace velmor::devserver {
 // unknown, expired or revoked token: "invalid_token") or 403
 // ("insufficient_scope" with the scope it needs) and a Bearer challenge
 // whose realm comes first.
+//
+// A sign-in request may carry a proof-key challenge (PKCE), method S256
+// only; with `requirePkce` it must. A code issued for a challenge is
+// exchanged only with the verifier that answers it, and a code issued
+// without one refuses any verifier: "invalid_grant" either way.
 //
 // Thread-safe: one lock serialises every request, which is plenty for a
 // development server. The clock is shared with the caller and must be safe

@@ -36,6 +36,10 @@ struct ServiceSettings {
   // the sign-in at its first reuse.
   std::chrono::seconds refreshTokenReuseGrace{0};
 
+  // Browser sign-in requests without a proof-key challenge (PKCE, S256)
+  // are refused with "invalid_request".
+  bool requirePkce = false;
+
   // Wrong passwords in a row that lock an account; 0 never locks.
   int maxFailedSignIns = 3;
   std::chrono::seconds lockoutDuration{900};

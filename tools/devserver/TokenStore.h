@@ -79,7 +79,9 @@ struct AccessTokenInfo {
 //   a reuse, honoured or not.
 // - An authorization code works once, for the client it was issued to and
 //   the same redirect URL, within its lifetime; a second use revokes the
-//   grant the first use made.
+//   grant the first use made. A code issued with a proof-key challenge
+//   (S256) needs the verifier that answers it; one issued without refuses
+//   a verifier, so that nobody can pass off a stolen code as protected.
 // - Revoking a refresh token revokes its grant; revoking an access token
 //   ends that token only. Tokens of other clients are left alone.
 // Everything lives in memory. Not thread-safe: the owning service
@@ -94,9 +96,11 @@ class TokenStore final {
   GrantOutcome refresh(const std::string& clientId, const std::string& refreshToken,
                        const std::vector<std::string>& scopes);
 
-  std::string issueAuthorizationCode(const GrantRequest& grant, std::string redirectUri);
-  GrantOutcome redeemAuthorizationCode(const std::string& clientId, const std::string& code,
-                                       const std::string& redirectUri);
+  std::string issueAuthorizationCode(const GrantRequest& grant, std::string redirectUri,
+                                     std::optional<std::string> codeChallenge = std::nullopt);
+  GrantOutcome redeemAuthorizationCode(
+      const std::string& clientId, const std::string& code, const std::string& redirectUri,
+      const std::optional<std::string>& codeVerifier = std::nullopt);
 
   // Whichever kind `token` is; unknown tokens and other clients' tokens are
   // ignored, as revocation answers the same whatever the token was.
@@ -126,6 +130,7 @@ class TokenStore final {
   struct CodeEntry {
     GrantRequest grant;
     std::string redirectUri;
+    std::optional<std::string> codeChallenge;
     Clock::TimePoint expiresAt;
     std::optional<std::uint64_t> redeemedAs;
   };
