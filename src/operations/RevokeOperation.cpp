@@ -13,8 +13,8 @@ void RevokeOperation::perform() {
   RevokeTransaction transaction(secureData());
   PreparedRequest request;
   {
-    // Without the lock the local sign-out still happens: it must not depend
-    // on another process letting go.
+    // Without the lock the local sign-out still happens (the delete forgets
+    // the tokens all the same): it must not depend on another process.
     SecretStoreLock lock;
     secureData()->lockRecord(&lock);
     // The request must carry the token before the record forgets it.

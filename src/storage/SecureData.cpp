@@ -232,7 +232,9 @@ void SecureData::deleteAccessTokenEntries() {
       anyRecord);
 }
 
-void SecureData::deleteTokenEntries() { deleteValuesWhere(tokenKeys(), anyRecord); }
+void SecureData::deleteTokenEntries() {
+  deleteValuesWhere(tokenKeys(), anyRecord, WithoutLock::kWrite);
+}
 
 bool SecureData::deleteTokenEntriesIfRefreshTokenIs(
     const std::optional<std::string>& refreshToken) {
@@ -242,14 +244,17 @@ bool SecureData::deleteTokenEntriesIfRefreshTokenIs(
 }
 
 bool SecureData::deleteValuesWhere(const std::vector<std::string>& keys,
-                                   const std::function<bool(const CredentialRecord&)>& condition) {
+                                   const std::function<bool(const CredentialRecord&)>& condition,
+                                   WithoutLock withoutLock) {
   bool deleted = false;
-  modify([&](std::optional<Dictionary>& dictionary) {
-    deleted = condition(CredentialRecord(dictionary));
-    if (!dictionary || !deleted) return false;
-    for (const std::string& key : keys) dictionary->erase(key);
-    return true;
-  });
+  modify(
+      [&](std::optional<Dictionary>& dictionary) {
+        deleted = condition(CredentialRecord(dictionary));
+        if (!dictionary || !deleted) return false;
+        for (const std::string& key : keys) dictionary->erase(key);
+        return true;
+      },
+      withoutLock);
   return deleted;
 }
 
@@ -348,11 +353,11 @@ bool SecureData::changedSince(const Key& key, const Data& archive) const {
   return current && *current != archive;
 }
 
-void SecureData::modify(const Change& change) {
+void SecureData::modify(const Change& change, WithoutLock withoutLock) {
   SecretStoreLock lock;
   if (ErrorRef error = lockRecord(&lock)) {
     logError(error);
-    return;
+    if (withoutLock == WithoutLock::kSkip) return;
   }
   Reading reading = read();
   if (!change(reading.dictionary)) return;

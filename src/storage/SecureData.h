@@ -125,7 +125,9 @@ class SecureData final {
 
   // Several entries in one read-modify-write: the access token and its two
   // dates, or those and the refresh token and its two dates. Nothing is
-  // written when there is no record.
+  // written when there is no record. deleteTokenEntries, a sign-out's,
+  // forgets the tokens even when the lock cannot be had in time (after
+  // logging that): a sign-out must not depend on another process letting go.
   void deleteAccessTokenEntries();
   void deleteTokenEntries();
   // deleteTokenEntries, but only while the stored refresh token is
@@ -191,12 +193,16 @@ class SecureData final {
   using Change = std::function<bool(std::optional<Dictionary>& dictionary)>;
 
   Reading read();
+  // Whether a change goes ahead when the lock cannot be had in time.
+  enum class WithoutLock { kSkip, kWrite };
+
   // Deletes `keys` in one read-modify-write when the record exists and meets
   // `condition`; whether it did.
   bool deleteValuesWhere(const std::vector<std::string>& keys,
-                         const std::function<bool(const CredentialRecord&)>& condition);
+                         const std::function<bool(const CredentialRecord&)>& condition,
+                         WithoutLock withoutLock = WithoutLock::kSkip);
   bool changedSince(const Key& key, const Data& archive) const;
-  void modify(const Change& change);
+  void modify(const Change& change, WithoutLock withoutLock = WithoutLock::kSkip);
   std::optional<Dictionary> readRecord(const Data& archive, const Key& key) const;
   std::optional<Data> archiveRecord(const Dictionary& dictionary, const Key& key) const;
   void writeItem(const std::shared_ptr<KeychainItem>& existing, const Data& archive);

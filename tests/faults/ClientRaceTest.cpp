@@ -380,17 +380,21 @@ TEST_F(ClientRaceTest, ARefreshTakesTheTokensASiblingStoredWhileItWaited) {
 }
 
 // The lock of a sibling that hangs holds a refresh up only so long: then the
-// refresh fails, says why, and sends nothing.
-TEST_F(ClientRaceTest, ARefreshThatCannotHaveTheLockFailsAndSendsNothing) {
+// refresh fails, says why, and sends nothing. A sign-out forgets the tokens
+// all the same.
+TEST_F(ClientRaceTest, WithoutTheLockARefreshSendsNothingAndASignOutStillForgets) {
   const StoredRecord before = StoredRecord::read();
   store_->lockFault = kSecretStoreTimedOut;
   ErrorRef error;
   EXPECT_FALSE(client_->refreshAccessToken(&error));
-  store_->lockFault = 0;
   EXPECT_EQ(test::outcomeOf(error), "client 100060");
   EXPECT_EQ(error->description(), "Keychain error: 100060, 'Operation timed out.' in lockItem");
   EXPECT_TRUE(http_->requests().empty());
   EXPECT_EQ(StoredRecord::read(), before);
+
+  client_->signOut(nullptr);
+  store_->lockFault = 0;
+  EXPECT_EQ(StoredRecord::read(), before.signedOut());
 }
 
 // A sibling that does not take the record's lock (an older build, say)
