@@ -104,7 +104,8 @@ class VELMOR_EXPORT VelmorAuthorizationClientDelegate {
 //   exchange may take). A refresh that cannot have the lock in time fails
 //   with the keychain error 100060 ("Operation timed out.") in "lockItem"
 //   and sends nothing; a record write that cannot have it is not made and
-//   is logged at the error level.
+//   is logged at the error level, except that deleteAllData and sign-out
+//   still forget what they forget.
 // - authorizationState(), hasUsername(), username(), the validity dates and
 //   checkAuthorization answer from one reading of the record, so what one
 //   call reports always belongs together.
