@@ -74,6 +74,10 @@ class VELMOR_EXPORT FileSecretStore final : public SecretStore {
   std::int32_t update(const std::string& service, const std::string& account,
                       const Data& data) override;
   std::int32_t remove(const std::string& service, const std::string& account) override;
+  // The lock file "<hex SHA-256 of service, NUL, account>.lock" lies beside
+  // the item's file, so that every process using the directory shares it.
+  std::int32_t lockItem(const std::string& service, const std::string& account,
+                        std::chrono::milliseconds timeout, SecretStoreLock* lock) override;
 
   // Usable when the directory, or the nearest of its parents that exists
   // (add creates the rest), is a directory the user may write to, and the

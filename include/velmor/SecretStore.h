@@ -3,6 +3,7 @@
 #ifndef VELMOR_SECRET_STORE_H_
 #define VELMOR_SECRET_STORE_H_
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -60,6 +61,38 @@ class VELMOR_EXPORT SecretStoreItem {
   std::string account_;
 };
 
+// ---- Item locks --------------------------------------------------------
+
+// Status of lockItem when the item's lock stayed taken for the whole wait
+// (the platform's POSIX "Operation timed out").
+constexpr std::int32_t kSecretStoreTimedOut = 100060;
+
+// Holds a store's lock on one item from SecretStore::lockItem until it is
+// destroyed or unlock() is called, on whichever thread. Move-only; an
+// empty one holds nothing.
+class VELMOR_EXPORT SecretStoreLock final {
+ public:
+  // What a store keeps while the lock is held; destroying it lets go.
+  class Holder {
+   public:
+    virtual ~Holder() = default;
+  };
+
+  SecretStoreLock() = default;
+  explicit SecretStoreLock(std::unique_ptr<Holder> holder) : holder_(std::move(holder)) {}
+  SecretStoreLock(SecretStoreLock&&) noexcept = default;
+  SecretStoreLock& operator=(SecretStoreLock&&) noexcept = default;
+  SecretStoreLock(const SecretStoreLock&) = delete;
+  SecretStoreLock& operator=(const SecretStoreLock&) = delete;
+
+  bool ownsLock() const { return holder_ != nullptr; }
+  void unlock() { holder_.reset(); }
+
+ private:
+  std::unique_ptr<Holder> holder_;
+};
+// ---- end of item locks -------------------------------------------------
+
 // One item per (service, account) pair holding a block of bytes. Every call
 // is synchronous and safe to make from any thread; implementations never
 // block without bound (a store that does not answer gives
@@ -104,6 +137,36 @@ class VELMOR_EXPORT SecretStore {
   // "memory". The default says it is the application's own.
   virtual std::string description() const;
 
+  // ---- Item locks ----
+  // Takes the lock of the item (service, account), which every thread and
+  // every process of the user honours, waiting at most `timeout` for its
+  // holder to let go. kSecretStoreSuccess with the lock in `*lock`,
+  // kSecretStoreTimedOut when the wait ran out, or another status when no
+  // lock can be had (-36 when its file cannot be made or opened). The item
+  // need not exist. A thread that holds the lock may take it again: the
+  // holders nest, and the item is free once the thread's last one is gone.
+  //
+  // The lock is advisory: find, add, update and remove neither take it nor
+  // wait for it. Those who read an item, change it and write it back take
+  // it around the three, so that no change of another is lost.
+  //
+  // This default keeps one lock file per item, named by the hex SHA-256 of
+  // service, NUL, account and ".lock", in the directory "velmor-authorization"
+  // of the user's runtime directory: $XDG_RUNTIME_DIR when it is an absolute
+  // path to a directory of the user's that nobody else may enter, else
+  // /run/user/<uid> on the same terms (so that processes started without the
+  // variable, by cron say, meet the desktop's), else
+  // $XDG_DATA_HOME/velmor-authorization/locks (~/.local/share by default).
+  // Directories are made with mode 0700, files with 0600. A directory that
+  // belongs to someone else or that group or others may write to is refused
+  // with -61 ("Write permissions error."), and one they may only read is
+  // closed to them; a symbolic link in place of the directory or the lock
+  // file is refused with -36. Lock files are never removed: they are empty, and
+  // removing one could let two holders in at once.
+  virtual std::int32_t lockItem(const std::string& service, const std::string& account,
+                                std::chrono::milliseconds timeout, SecretStoreLock* lock);
+  // ---- end of item locks ----
+
   // The store the library uses. Chosen on first use unless set: the
   // environment's VELMOR_SECRET_STORE ("secret-service", "file" or "memory",
   // with VELMOR_SECRET_STORE_DIR for the file store's directory), else the
@@ -138,6 +201,12 @@ class VELMOR_EXPORT SecretStoreWrapper : public SecretStore {
   std::int32_t remove(const std::string& service, const std::string& account) override {
     return target_->remove(service, account);
   }
+  // ---- Item locks ----
+  std::int32_t lockItem(const std::string& service, const std::string& account,
+                        std::chrono::milliseconds timeout, SecretStoreLock* lock) override {
+    return target_->lockItem(service, account, timeout, lock);
+  }
+  // ---- end of item locks ----
 
   std::int32_t findItem(const std::string& service, const std::string& account, Data* data,
                         std::unique_ptr<SecretStoreItem>* item) override {

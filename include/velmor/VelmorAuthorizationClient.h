@@ -72,11 +72,48 @@ class VELMOR_EXPORT VelmorAuthorizationClientDelegate {
 //
 // Every exchange with the server runs on the client's private serial queue.
 // The synchronous forms add their exchange and block the calling thread until
-// the queue has drained, so they must never be called from a completion
-// running on that queue. The asynchronous forms return at once and later run
-// the completion as a task on the queue the caller names — only when both a
-// queue and a completion are given; otherwise the result is dropped (the
-// stored record is still updated).
+// the queue has drained. Called from a task running on that queue (a
+// completion delivered by a queue whose post function runs tasks at once),
+// a synchronous form that would wait throws InternalInconsistencyException
+// saying so, instead of waiting for ever. The asynchronous forms return at
+// once and later run the completion as a task on the queue the caller names —
+// only when both a queue and a completion are given; otherwise the result is
+// dropped (the stored record is still updated).
+//
+// One identity (one server host, application token and slot, under one key)
+// may be used by any number of clients, threads and processes at once:
+// - Every change of the stored record holds the identity's lock
+//   (SecretStore::lockItem: a lock file in the user's runtime directory, or
+//   beside the file store's items; among threads only for the memory store)
+//   from its read to its write, so no write of another is lost. Key changes,
+//   deleteAllData, sign-out and the handling of refusals go through it too.
+// - One refresh at a time per identity: a refresh (explicit, or started by a
+//   check) takes the lock before it reads the refresh token and keeps it
+//   until the answer is stored. Holding it, it reads the record again: when
+//   another client, thread or process stored a new refresh token since the
+//   refresh began (for a check: since the reading that called for it) and
+//   the access token is valid, the refresh succeeds with those tokens
+//   without sending anything, and reports an empty scope list. A refresh
+//   that names scopes always sends; one client refreshing twice in a row
+//   sends twice. So a server that rotates refresh tokens never sees a spent
+//   one from this library, and no race signs the user out.
+// - An "invalid_grant" answer to a refresh throws the tokens away only while
+//   the record still holds the refresh token that was sent; when newer
+//   tokens were stored meanwhile, the refresh takes them and succeeds.
+// - Waits for the lock are bounded (75 seconds by default, longer than one
+//   exchange may take). A refresh that cannot have the lock in time fails
+//   with the keychain error 100060 ("Operation timed out.") in "lockItem"
+//   and sends nothing; a record write that cannot have it is not made and
+//   is logged at the error level, except that deleteAllData and sign-out
+//   still forget what they forget.
+// - authorizationState(), hasUsername(), username(), the validity dates and
+//   checkAuthorization answer from one reading of the record, so what one
+//   call reports always belongs together.
+//
+// An exception that escapes an exchange on the private queue (from a logger
+// delegate, say) ends that exchange with client error 0 ("Unknown error",
+// the exception described under "Exception") handed to its completion, so
+// no caller waits for an answer that never comes.
 //
 // Activation, password sign-in and code exchange refuse to start while the
 // private queue holds any exchange: client error 1 ("Invalid operation"),
@@ -116,10 +153,12 @@ class VELMOR_EXPORT VelmorAuthorizationClientDelegate {
 // "<__NSMallocBlock__>", anything absent as "(null)", and a null error
 // location as "0x0" (or "0x0x0" in the sign-in lines' "0x%p").
 //
-// The destructor waits for the exchanges already queued, then stops the
-// timer: a timer action running on another thread is waited for, and none
-// starts afterwards. Completions already handed to the caller's queue may
-// still run; they never touch the client.
+// The destructor first stops the timer — a timer action running on another
+// thread is waited for, and none starts afterwards — then waits for the
+// exchanges already queued (what a running timer action queued included),
+// which no longer re-arm it. Completions already handed to the caller's
+// queue may still run; they never touch the client. Do not destroy a client
+// from a task running on its own queue.
 class VELMOR_EXPORT VelmorAuthorizationClient final {
  public:
   using Scopes = std::vector<std::string>;
@@ -231,7 +270,9 @@ class VELMOR_EXPORT VelmorAuthorizationClient final {
                                SignInCompletion completion);
 
   // Exchanges the refresh token for a new access token; waits behind queued
-  // work instead of refusing.
+  // work instead of refusing. Without scopes, takes the tokens another
+  // client, thread or process stored meanwhile instead of sending, and then
+  // returns an empty scope list (see the class comment).
   std::optional<Scopes> refreshAccessToken(ErrorRef* error);
   void refreshAccessTokenAsync(Queue queue, RefreshCompletion completion);
   std::optional<Scopes> refreshAccessTokenWithScopes(std::optional<Scopes> scopes, ErrorRef* error);

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "client/ClientLogText.h"
-#include "client/CredentialValidity.h"
 #include "client/RefreshTokenExpiryTimer.h"
 #include "client/SignInLogLine.h"
 #include "operations/ActivateClientOperation.h"
@@ -15,8 +14,10 @@
 #include "operations/RequestAccessTokenFromAuthCodeOperation.h"
 #include "operations/RequestAccessTokenOperation.h"
 #include "operations/RevokeOperation.h"
+#include "platform/CurrentException.h"
 #include "platform/Uuid.h"
 #include "platform/VAErrorHandler.h"
+#include "storage/CredentialValidity.h"
 #include "storage/CryptoUtility.h"
 #include "storage/SecureData.h"
 #include "support/Format.h"
@@ -25,6 +26,7 @@
 #include "support/Text.h"
 #include "transport/ApplicationHttpTransaction.h"
 #include "transport/RequestSignInViaWebTransaction.h"
+#include "velmor/Exception.h"
 #include "velmor/VelmorAuthorizationError.h"
 #include "velmor/VelmorAuthorizationLogger.h"
 
@@ -111,9 +113,16 @@ struct SyncOutcome {
   }
 };
 
-Dictionary authorizationHeaders(SecureData& record) {
+Dictionary authorizationHeaders(const CredentialRecord& record) {
   return Dictionary{{"Authorization", stringWithFormat("Bearer %@", record.accessToken())}};
 }
+
+// A synchronous call waits for the private queue to drain; from a task of
+// that queue it would wait for itself.
+constexpr char kCalledOnOwnQueue[] =
+    "%@ was called on the client's own queue, where it would wait for ever for the task it was "
+    "called from; call it from another thread, or use its asynchronous form there";
+constexpr char kSynchronousSignIn[] = "A synchronous sign-in";
 
 // A value read as signed must not be negative: 2^63 and above are refused.
 void checkSeconds(std::uint64_t seconds, std::string_view name) {
@@ -172,7 +181,9 @@ struct VelmorAuthorizationClient::Impl {
     }
   }
 
-  AuthorizationState state() { return CredentialValidity::authorizationState(*secureData); }
+  AuthorizationState state() {
+    return CredentialValidity::authorizationState(secureData->snapshot());
+  }
 
   bool isBusy() const { return operationQueue->operationCount() != 0; }
 
@@ -188,7 +199,10 @@ struct VelmorAuthorizationClient::Impl {
     operation.setRefreshTokenExpirationOverride(__refreshTokenExpirationOverride.load());
   }
 
-  void runAndWait(std::shared_ptr<Operation> operation) {
+  void runAndWait(std::shared_ptr<Operation> operation, std::string_view caller) {
+    if (operationQueue->isCurrentQueue()) {
+      throw InternalInconsistencyException(stringWithFormat(kCalledOnOwnQueue, caller));
+    }
     operationQueue->addOperation(std::move(operation));
     operationQueue->waitUntilAllOperationsAreFinished();
   }
@@ -255,7 +269,7 @@ struct VelmorAuthorizationClient::Impl {
           outcome = {std::move(scopes), std::move(e)};
           rearmExpiryTimer();
         });
-    runAndWait(operation);
+    runAndWait(operation, kSynchronousSignIn);
     return outcome.returned(error);
   }
 
@@ -320,32 +334,43 @@ struct VelmorAuthorizationClient::Impl {
   }
 
   // Refresh waits its turn behind queued work instead of refusing, and is
-  // the only exchange that sends the client context unasked.
+  // the only exchange that sends the client context unasked. A refresh for
+  // the scopes already granted takes the tokens a sibling stored since it
+  // left the queue (or, for a check, since the reading that called for it)
+  // instead of sending (RefreshAccessTokenOperation); one that names scopes
+  // always sends, as what a sibling was granted is not known.
   std::shared_ptr<RefreshAccessTokenOperation> refreshOperation(
-      std::optional<Scopes> scopes) const {
+      std::optional<Scopes> scopes, const std::optional<CredentialRecord>& decidedOn) const {
     auto operation = std::make_shared<RefreshAccessTokenOperation>();
     configureTokenRequest(*operation);
+    if (!scopes) {
+      operation->setAdoptsSiblingTokens(true);
+      if (decidedOn) operation->setRefreshTokenAtCallStart(decidedOn->refreshToken());
+    }
     operation->setScopes(std::move(scopes));
     operation->setAlwaysSendClientContext(__alwaysSendClientContext.load());
     return operation;
   }
 
-  std::optional<Scopes> refreshSync(std::optional<Scopes> scopes, ErrorRef* error) {
+  std::optional<Scopes> refreshSync(
+      std::optional<Scopes> scopes, ErrorRef* error, std::string_view caller,
+      const std::optional<CredentialRecord>& decidedOn = std::nullopt) {
     validateScopes(scopes);
-    auto operation = refreshOperation(std::move(scopes));
+    auto operation = refreshOperation(std::move(scopes), decidedOn);
     SyncOutcome outcome;
     operation->setRefreshAccessTokenCompletionBlock(
         [this, &outcome](std::optional<Scopes> granted, ErrorRef e) {
           outcome = {std::move(granted), std::move(e)};
           rearmExpiryTimer();
         });
-    runAndWait(operation);
+    runAndWait(operation, caller);
     return outcome.returned(error);
   }
 
-  void refreshAsync(std::optional<Scopes> scopes, Queue queue, RefreshCompletion completion) {
+  void refreshAsync(std::optional<Scopes> scopes, Queue queue, RefreshCompletion completion,
+                    const std::optional<CredentialRecord>& decidedOn = std::nullopt) {
     validateScopes(scopes);
-    auto operation = refreshOperation(std::move(scopes));
+    auto operation = refreshOperation(std::move(scopes), decidedOn);
     operation->setRefreshAccessTokenCompletionBlock(
         [this, queue, completion](std::optional<Scopes> granted, ErrorRef error) {
           deliver(queue, completion, granted, error);
@@ -358,12 +383,13 @@ struct VelmorAuthorizationClient::Impl {
   // posts read the record, never the client, so they may run after the
   // client is gone.
   void checkAuthorizationOnQueue(const Queue& queue, const CheckCompletion& completion) {
-    const AuthorizationState state = this->state();
+    const CredentialRecord atStart = secureData->snapshot();
+    const AuthorizationState state = CredentialValidity::authorizationState(atStart);
     const std::shared_ptr<SecureData> record = secureData;
     if (state != AuthorizationStateRefreshRequired) {
       deliverWhenRun(queue, completion, [record, state](const CheckCompletion& complete) {
         if (state == AuthorizationStateAuthorized) {
-          complete(state, authorizationHeaders(*record), nullptr);
+          complete(state, authorizationHeaders(record->snapshot()), nullptr);
         } else {
           complete(state, std::nullopt, nullptr);
         }
@@ -371,16 +397,32 @@ struct VelmorAuthorizationClient::Impl {
       return;
     }
     refreshAsync(
-        std::nullopt, queue, [record, queue, completion](std::optional<Scopes>, ErrorRef error) {
+        std::nullopt, queue,
+        [record, queue, completion](std::optional<Scopes>, ErrorRef error) {
           deliverWhenRun(queue, completion, [record, error](const CheckCompletion& complete) {
+            const CredentialRecord now = record->snapshot();
             // A successful refresh reports 3 as such, not a recomputed state.
             if (!error) {
-              complete(AuthorizationStateAuthorized, authorizationHeaders(*record), nullptr);
+              complete(AuthorizationStateAuthorized, authorizationHeaders(now), nullptr);
             } else {
-              complete(CredentialValidity::authorizationState(*record), std::nullopt, error);
+              complete(CredentialValidity::authorizationState(now), std::nullopt, error);
             }
           });
-        });
+        },
+        atStart);
+  }
+
+  // The check's task on the private queue: an exception that escapes it
+  // still reaches the caller, as the check's error.
+  void checkAuthorizationTask(const Queue& queue, const CheckCompletion& completion) {
+    try {
+      checkAuthorizationOnQueue(queue, completion);
+    } catch (...) {
+      const ErrorRef error = VelmorAuthorizationError::errorWithDomain(
+          AuthorizationClientErrorDomain, kClientErrorUnknown,
+          Dictionary{{"Exception", currentExceptionDescription()}});
+      deliver(queue, completion, state(), std::optional<Dictionary>(), error);
+    }
   }
 
   std::shared_ptr<RevokeOperation> revokeOperation() const {
@@ -431,10 +473,11 @@ VelmorAuthorizationClient::VelmorAuthorizationClient(std::optional<Url> authoriz
 }
 
 VelmorAuthorizationClient::~VelmorAuthorizationClient() {
-  // Completions of queued exchanges re-arm the timer, so the queue drains
-  // first; after stop() no timer action reaches this object.
-  impl_->operationQueue->waitUntilAllOperationsAreFinished();
+  // The timer stops first: an action firing during the drain could let the
+  // delegate queue work that would run on a client half destroyed. The
+  // completions drained afterwards no longer re-arm it.
   impl_->refreshTokenExpirationTimer.stop();
+  impl_->operationQueue->waitUntilAllOperationsAreFinished();
 }
 
 Data VelmorAuthorizationClient::generateEncryptionKey() {
@@ -486,15 +529,15 @@ std::optional<std::string> VelmorAuthorizationClient::username() {
 std::optional<VelmorAuthorizationClient::Date>
 VelmorAuthorizationClient::accessTokenValidEndDateTime() {
   logCall("-[VelmorAuthorizationClient accessTokenValidEndDateTime]");
-  SecureData& record = *impl_->secureData;
-  return record.hasAccessToken() ? record.accessTokenValidEndDateTime() : std::nullopt;
+  const CredentialRecord record = impl_->secureData->snapshot();
+  return record.accessToken() ? record.accessTokenValidEndDateTime() : std::nullopt;
 }
 
 std::optional<VelmorAuthorizationClient::Date>
 VelmorAuthorizationClient::refreshTokenValidEndDateTime() {
   logCall("-[VelmorAuthorizationClient refreshTokenValidEndDateTime]");
-  SecureData& record = *impl_->secureData;
-  return record.hasRefreshToken() ? record.refreshTokenValidEndDateTime() : std::nullopt;
+  const CredentialRecord record = impl_->secureData->snapshot();
+  return record.refreshToken() ? record.refreshTokenValidEndDateTime() : std::nullopt;
 }
 
 void VelmorAuthorizationClient::setUsername(std::optional<std::string> username) {
@@ -598,7 +641,7 @@ bool VelmorAuthorizationClient::activate(ErrorRef* error) {
   impl_->configure(*operation);
   ErrorRef outcome;
   operation->setActivateCompletionBlock([&outcome](ErrorRef e) { outcome = std::move(e); });
-  impl_->runAndWait(operation);
+  impl_->runAndWait(operation, "-[VelmorAuthorizationClient activate:]");
   store(error, outcome);
   return !outcome;
 }
@@ -712,7 +755,8 @@ void VelmorAuthorizationClient::signInAsyncWithUsername(std::optional<std::strin
 
 std::optional<Scopes> VelmorAuthorizationClient::refreshAccessToken(ErrorRef* error) {
   logCall("-[VelmorAuthorizationClient refreshAccessToken:]", location(error));
-  return impl_->refreshSync(std::nullopt, error);
+  return impl_->refreshSync(std::nullopt, error,
+                            "-[VelmorAuthorizationClient refreshAccessToken:]");
 }
 
 void VelmorAuthorizationClient::refreshAccessTokenAsync(Queue queue, RefreshCompletion completion) {
@@ -724,7 +768,8 @@ std::optional<Scopes> VelmorAuthorizationClient::refreshAccessTokenWithScopes(
     std::optional<Scopes> scopes, ErrorRef* error) {
   logCall("-[VelmorAuthorizationClient refreshAccessTokenWithScopes:error:]", scopes,
           location(error));
-  return impl_->refreshSync(std::move(scopes), error);
+  return impl_->refreshSync(std::move(scopes), error,
+                            "-[VelmorAuthorizationClient refreshAccessTokenWithScopes:error:]");
 }
 
 void VelmorAuthorizationClient::refreshAccessTokenAsyncWithScopes(std::optional<Scopes> scopes,
@@ -749,22 +794,28 @@ AuthorizationState VelmorAuthorizationClient::checkAuthorization(std::optional<D
                                                                  ErrorRef* error) {
   logCall("-[VelmorAuthorizationClient checkAuthorization:error:]", location(headers),
           location(error));
-  switch (impl_->state()) {
+  // One reading answers the call, so the state and the headers agree even
+  // while another thread or process rewrites the record.
+  const CredentialRecord record = impl_->secureData->snapshot();
+  const AuthorizationState state = CredentialValidity::authorizationState(record);
+  switch (state) {
     case AuthorizationStateRefreshRequired: {
       ErrorRef refreshError;
-      impl_->refreshSync(std::nullopt, &refreshError);
+      impl_->refreshSync(std::nullopt, &refreshError,
+                         "-[VelmorAuthorizationClient checkAuthorization:error:]", record);
+      const CredentialRecord refreshed = impl_->secureData->snapshot();
       // Filled even when the refresh failed, as callers have always found it.
-      if (headers != nullptr) *headers = authorizationHeaders(*impl_->secureData);
+      if (headers != nullptr) *headers = authorizationHeaders(refreshed);
       store(error, refreshError);
-      return impl_->state();
+      return CredentialValidity::authorizationState(refreshed);
     }
     case AuthorizationStateAuthorized:
-      if (headers != nullptr) *headers = authorizationHeaders(*impl_->secureData);
+      if (headers != nullptr) *headers = authorizationHeaders(record);
       store(error, nullptr);
       return AuthorizationStateAuthorized;
     default:
       store(error, nullptr);
-      return impl_->state();
+      return state;
   }
 }
 
@@ -772,12 +823,12 @@ void VelmorAuthorizationClient::checkAuthorizationAsync(Queue queue, CheckComple
   logCall("-[VelmorAuthorizationClient checkAuthorizationAsync:completion:]", queue, completion);
   Impl* impl = impl_.get();
   impl_->operationQueue->addOperationWithBlock(
-      [impl, queue, completion] { impl->checkAuthorizationOnQueue(queue, completion); });
+      [impl, queue, completion] { impl->checkAuthorizationTask(queue, completion); });
 }
 
 Dictionary VelmorAuthorizationClient::webRequestAuthorizationHeaders() {
   logCall("-[VelmorAuthorizationClient webRequestAuthorizationHeaders]");
-  return authorizationHeaders(*impl_->secureData);
+  return authorizationHeaders(impl_->secureData->snapshot());
 }
 
 bool VelmorAuthorizationClient::hasAuthorizationFailureResponse(
@@ -807,7 +858,7 @@ bool VelmorAuthorizationClient::signOut(ErrorRef* error) {
   auto operation = impl_->revokeOperation();
   ErrorRef outcome;
   operation->setSignOutCompletionBlock([&outcome](ErrorRef e) { outcome = std::move(e); });
-  impl_->runAndWait(operation);
+  impl_->runAndWait(operation, "-[VelmorAuthorizationClient signOut:]");
   store(error, outcome);
   return !outcome;
 }

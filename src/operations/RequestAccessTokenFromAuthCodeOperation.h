@@ -25,7 +25,8 @@ class RequestAccessTokenFromAuthCodeOperation final : public RequestAccessTokenO
   const std::optional<std::string>& codeVerifier() const { return codeVerifier_; }
   void setCodeVerifier(std::optional<std::string> verifier) { codeVerifier_ = std::move(verifier); }
 
-  void main() override;
+ protected:
+  void perform() override;
 
  private:
   std::string authorizationCode_;

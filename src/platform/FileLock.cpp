@@ -15,7 +15,6 @@ namespace {
 // flock cannot wait with a time limit, so the wait polls: quickly at first,
 // since writers hold the lock for a few milliseconds, then less often.
 constexpr std::chrono::milliseconds kFirstPause{1};
-constexpr std::chrono::milliseconds kLongestPause{50};
 
 int tryLock(int fd) {
   int result;
@@ -28,7 +27,8 @@ int tryLock(int fd) {
 }  // namespace
 
 std::optional<FileLock> FileLock::acquire(int directoryFd, const char* name,
-                                          Clock::time_point deadline) {
+                                          Clock::time_point deadline,
+                                          std::chrono::milliseconds longestPause) {
   FileDescriptor file(
       openat(directoryFd, name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
   if (!file.valid()) return std::nullopt;
@@ -41,7 +41,7 @@ std::optional<FileLock> FileLock::acquire(int directoryFd, const char* name,
       return std::nullopt;
     }
     std::this_thread::sleep_for(std::min<Clock::duration>(pause, deadline - now));
-    pause = std::min(2 * pause, kLongestPause);
+    pause = std::min(2 * pause, longestPause);
   }
   return FileLock(std::move(file));
 }

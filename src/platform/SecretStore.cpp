@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/IdentityLock.h"
 #include "support/Format.h"
 #if VELMOR_HAVE_SECRET_SERVICE
 #include "platform/SecretServiceConnection.h"
@@ -101,6 +102,14 @@ std::shared_ptr<SecretStore> automaticChoice() {
 SecretStoreItem::~SecretStoreItem() = default;
 
 SecretStore::~SecretStore() = default;
+
+std::int32_t SecretStore::lockItem(const std::string& service, const std::string& account,
+                                   std::chrono::milliseconds timeout, SecretStoreLock* lock) {
+  const std::string directory = IdentityLock::runtimeDirectory();
+  if (directory.empty()) return kSecretStoreIoError;
+  return IdentityLock::lockFile(directory, IdentityLock::fileNameFor(service, account), timeout,
+                                lock);
+}
 
 std::int32_t SecretStore::findItem(const std::string& service, const std::string& account,
                                    Data* data, std::unique_ptr<SecretStoreItem>* item) {

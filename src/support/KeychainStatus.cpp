@@ -32,6 +32,7 @@ constexpr StatusMessage kStatusMessages[] = {
     {-25308, "The keyring is locked, or there is no default keyring."},
     {-26275, "Unable to decode the provided data."},
     {-34018, "A required entitlement isn't present."},
+    {100060, "Operation timed out."},
 };
 
 }  // namespace

@@ -96,10 +96,9 @@ void ApplicationHttpTransaction::forgetAccessTokenRefusedWith(
   const bool underScoped =
       statusCode == 403 && authorizationServerError == kServerErrorInsufficientScope;
   if (!expired && !underScoped) return;
-  SecureData& record = *secureData();
-  record.setAccessToken(std::nullopt);
-  record.setAccessTokenValidStartDateTime(std::nullopt);
-  record.setAccessTokenValidEndDateTime(std::nullopt);
+  // One write, so that a refresh storing new tokens meanwhile comes wholly
+  // before or wholly after it.
+  secureData()->deleteAccessTokenEntries();
 }
 
 }  // namespace velmor

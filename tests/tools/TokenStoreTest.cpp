@@ -67,6 +67,29 @@ TEST_F(TokenStoreTest, RefreshRotatesAndASpentTokenRevokesTheGrant) {
   EXPECT_TRUE(tokens_.refresh("client-1", *second.tokens->refreshToken, {}).refusal);
 }
 
+TEST_F(TokenStoreTest, AGracePeriodHonoursASpentRefreshTokenBrieflyAndEveryReuseCounts) {
+  TokenStore lenient{TokenLifetimes{seconds(3600), seconds(86400), seconds(600), seconds(30)},
+                     clock_};
+  const IssuedTokens first = lenient.issue(aliceGrant());
+  ASSERT_TRUE(lenient.refresh("client-1", *first.refreshToken, {}).tokens);
+  clock_.advance(seconds(29));
+  // Two clients that raced with one token both get tokens of the grant.
+  const GrantOutcome again = lenient.refresh("client-1", *first.refreshToken, {});
+  ASSERT_TRUE(again.tokens);
+  EXPECT_EQ(lenient.reusedRefreshTokens(), 1u);
+  clock_.advance(seconds(1));
+  EXPECT_EQ(lenient.refresh("client-1", *first.refreshToken, {}).refusal->error, "invalid_grant");
+  EXPECT_EQ(lenient.reusedRefreshTokens(), 2u);
+  EXPECT_EQ(lenient.inspect(again.tokens->accessToken).status, Status::kRevoked);
+
+  // The strict store counts its reuses too.
+  const IssuedTokens strict = tokens_.issue(aliceGrant());
+  ASSERT_TRUE(tokens_.refresh("client-1", *strict.refreshToken, {}).tokens);
+  EXPECT_EQ(tokens_.reusedRefreshTokens(), 0u);
+  EXPECT_TRUE(tokens_.refresh("client-1", *strict.refreshToken, {}).refusal);
+  EXPECT_EQ(tokens_.reusedRefreshTokens(), 1u);
+}
+
 TEST_F(TokenStoreTest, RefreshRefusals) {
   const IssuedTokens issued = tokens_.issue(aliceGrant());
   const struct {

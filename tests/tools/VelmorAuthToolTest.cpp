@@ -377,6 +377,25 @@ TEST_F(ServedToolTest, PasswordSignInThroughEveryCommand) {
             (Json{{"state", 1}, {"stateName", "activationRequired"}}));
 }
 
+// Several commands of one identity at once, against a server that revokes
+// the sign-in when a spent refresh token comes back: each one succeeds and
+// the user stays signed in.
+TEST_F(ServedToolTest, ConcurrentCommandsOfOneIdentityAllSucceed) {
+  ASSERT_EQ(run(client({"activate"})).exitCode, 0);
+  ASSERT_EQ(
+      run(client({"sign-in", "--username", "alice", "--password-stdin"}), "wonderland\n").exitCode,
+      0);
+  std::vector<std::unique_ptr<ToolProcess>> commands;
+  for (const char* command : {"refresh", "refresh", "refresh", "refresh", "headers", "headers"}) {
+    commands.push_back(std::make_unique<ToolProcess>(client({command}), environment_));
+  }
+  for (auto& command : commands) {
+    const ToolRun finished = command->finish();
+    EXPECT_EQ(finished.exitCode, 0) << finished.err;
+  }
+  EXPECT_EQ(runJson(client({"status"}), 0).at("state"), 3);
+}
+
 TEST_F(ServedToolTest, ClientCredentialsSignInHasNoUser) {
   runJson(client({"activate"}), 0);
   const Json signedIn = runJson(client({"sign-in"}), 0);

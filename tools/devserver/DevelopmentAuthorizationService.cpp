@@ -196,12 +196,17 @@ DevelopmentAuthorizationService::DevelopmentAuthorizationService(ServiceSettings
       clients_(settings_.appTokens),
       users_(settings_.users, settings_.maxFailedSignIns, settings_.lockoutDuration, *clock_),
       tokens_(TokenLifetimes{settings_.accessTokenLifetime, settings_.refreshTokenLifetime,
-                             settings_.authorizationCodeLifetime},
+                             settings_.authorizationCodeLifetime, settings_.refreshTokenReuseGrace},
               *clock_) {}
 
 ServiceReply DevelopmentAuthorizationService::handle(const ServiceRequest& request) {
   std::lock_guard<std::mutex> lock(mutex_);
   return route(request);
+}
+
+std::uint64_t DevelopmentAuthorizationService::reusedRefreshTokens() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return tokens_.reusedRefreshTokens();
 }
 
 ServiceReply DevelopmentAuthorizationService::route(const ServiceRequest& request) {

@@ -4,6 +4,7 @@
 #ifndef VELMOR_TOOLS_DEVSERVER_DEVELOPMENT_AUTHORIZATION_SERVICE_H_
 #define VELMOR_TOOLS_DEVSERVER_DEVELOPMENT_AUTHORIZATION_SERVICE_H_
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -71,6 +72,9 @@ class DevelopmentAuthorizationService final {
   DevelopmentAuthorizationService(ServiceSettings settings, std::shared_ptr<const Clock> clock);
 
   ServiceReply handle(const ServiceRequest& request);
+
+  // Spent refresh tokens presented again since the start (TokenStore).
+  std::uint64_t reusedRefreshTokens();
 
   const ServiceSettings& settings() const { return settings_; }
 

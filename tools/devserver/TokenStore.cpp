@@ -84,15 +84,19 @@ GrantOutcome TokenStore::refresh(const std::string& clientId, const std::string&
     return invalidGrant("The refresh token was issued to another client");
   }
   if (grant.revoked) return invalidGrant("The refresh token was revoked");
-  if (entry.spent) {
-    grant.revoked = true;
-    return invalidGrant("The refresh token was used before; the sign-in is revoked");
+  const Clock::TimePoint now = clock_.now();
+  if (entry.spentAt) {
+    ++reusedRefreshTokens_;
+    if (now >= *entry.spentAt + lifetimes_.refreshTokenReuseGrace) {
+      grant.revoked = true;
+      return invalidGrant("The refresh token was used before; the sign-in is revoked");
+    }
   }
-  if (clock_.now() >= entry.expiresAt) return invalidGrant("The refresh token expired");
+  if (now >= entry.expiresAt) return invalidGrant("The refresh token expired");
   if (!within(scopes, grant.request.scopes)) {
     return refused("invalid_scope", "The scope asked for exceeds the one granted");
   }
-  entry.spent = true;
+  if (!entry.spentAt) entry.spentAt = now;
   return GrantOutcome{issueFor(entry.grantId, scopes.empty() ? grant.request.scopes : scopes),
                       std::nullopt};
 }

@@ -52,6 +52,8 @@ struct TokenLifetimes {
   std::chrono::seconds accessToken{3600};
   std::chrono::seconds refreshToken{14 * 24 * 3600};
   std::chrono::seconds authorizationCode{600};
+  // How long a spent refresh token is still honoured; 0 is strict.
+  std::chrono::seconds refreshTokenReuseGrace{0};
 };
 
 // What an access token presented to a resource is worth.
@@ -70,7 +72,11 @@ struct AccessTokenInfo {
 // that follows from it.
 // - Refresh rotates: each use of a refresh token answers a new one and
 //   spends the old. Presenting a spent refresh token again means it leaked,
-//   so the whole grant is revoked (every token of it stops working).
+//   so the whole grant is revoked (every token of it stops working) — unless
+//   it comes within the reuse grace after it was spent, as two clients
+//   racing with one token would: then it is honoured once more with new
+//   tokens of the same grant. Every presentation of a spent token counts as
+//   a reuse, honoured or not.
 // - An authorization code works once, for the client it was issued to and
 //   the same redirect URL, within its lifetime; a second use revokes the
 //   grant the first use made. A code issued with a proof-key challenge
@@ -102,6 +108,9 @@ class TokenStore final {
 
   AccessTokenInfo inspect(const std::string& accessToken) const;
 
+  // Spent refresh tokens presented again so far.
+  std::uint64_t reusedRefreshTokens() const { return reusedRefreshTokens_; }
+
  private:
   struct Grant {
     GrantRequest request;
@@ -116,7 +125,7 @@ class TokenStore final {
   struct RefreshTokenEntry {
     std::uint64_t grantId;
     Clock::TimePoint expiresAt;
-    bool spent = false;
+    std::optional<Clock::TimePoint> spentAt{};
   };
   struct CodeEntry {
     GrantRequest grant;
@@ -136,6 +145,7 @@ class TokenStore final {
   std::map<std::string, AccessTokenEntry> accessTokens_;
   std::map<std::string, RefreshTokenEntry> refreshTokens_;
   std::map<std::string, CodeEntry> codes_;
+  std::uint64_t reusedRefreshTokens_ = 0;
 };
 
 }  // namespace velmor::devserver

@@ -43,6 +43,9 @@ std::vector<CommandSpec> makeCommands() {
          {kMaxFailedSignIns, "N", false,
           "wrong passwords in a row that lock an account (default 3, 0 never)"},
          {kLockoutSeconds, "SECONDS", false, "how long a lock lasts (default 900)"},
+         {kRefreshTokenGrace, "SECONDS", false,
+          "honour a spent refresh token this long after its rotation instead of revoking the "
+          "sign-in (default 0: strict)"},
          {kRequirePkce, "", false, "refuse browser sign-in requests without a code challenge"}},
         {}},
        runServe},

@@ -25,6 +25,7 @@ inline constexpr char kAccessTokenLifetime[] = "--access-token-lifetime";
 inline constexpr char kRefreshTokenLifetime[] = "--refresh-token-lifetime";
 inline constexpr char kMaxFailedSignIns[] = "--max-failed-sign-ins";
 inline constexpr char kLockoutSeconds[] = "--lockout-seconds";
+inline constexpr char kRefreshTokenGrace[] = "--refresh-token-grace";
 inline constexpr char kRequirePkce[] = "--require-pkce";
 
 // sign-in, refresh, web-sign-in, code-exchange

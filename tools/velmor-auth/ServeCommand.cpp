@@ -71,7 +71,9 @@ std::optional<devserver::DevelopmentServerOptions> serverOptions(const Invocatio
                    status) ||
       !readSeconds(invocation, option::kRefreshTokenLifetime, &settings.refreshTokenLifetime, out,
                    status) ||
-      !readSeconds(invocation, option::kLockoutSeconds, &settings.lockoutDuration, out, status)) {
+      !readSeconds(invocation, option::kLockoutSeconds, &settings.lockoutDuration, out, status) ||
+      !readSeconds(invocation, option::kRefreshTokenGrace, &settings.refreshTokenReuseGrace, out,
+                   status)) {
     return std::nullopt;
   }
   if (const std::optional<std::string> text = invocation.value(option::kMaxFailedSignIns)) {
