@@ -61,8 +61,6 @@ class VELMOR_EXPORT SecretStoreItem {
   std::string account_;
 };
 
-// ---- Item locks --------------------------------------------------------
-
 // Status of lockItem when the item's lock stayed taken for the whole wait
 // (the platform's POSIX "Operation timed out").
 constexpr std::int32_t kSecretStoreTimedOut = 100060;
@@ -91,7 +89,6 @@ class VELMOR_EXPORT SecretStoreLock final {
  private:
   std::unique_ptr<Holder> holder_;
 };
-// ---- end of item locks -------------------------------------------------
 
 // One item per (service, account) pair holding a block of bytes. Every call
 // is synchronous and safe to make from any thread; implementations never
@@ -137,7 +134,6 @@ class VELMOR_EXPORT SecretStore {
   // "memory". The default says it is the application's own.
   virtual std::string description() const;
 
-  // ---- Item locks ----
   // Takes the lock of the item (service, account), which every thread and
   // every process of the user honours, waiting at most `timeout` for its
   // holder to let go. kSecretStoreSuccess with the lock in `*lock`,
@@ -165,7 +161,6 @@ class VELMOR_EXPORT SecretStore {
   // removing one could let two holders in at once.
   virtual std::int32_t lockItem(const std::string& service, const std::string& account,
                                 std::chrono::milliseconds timeout, SecretStoreLock* lock);
-  // ---- end of item locks ----
 
   // The store the library uses. Chosen on first use unless set: the
   // environment's VELMOR_SECRET_STORE ("secret-service", "file" or "memory",
@@ -201,12 +196,10 @@ class VELMOR_EXPORT SecretStoreWrapper : public SecretStore {
   std::int32_t remove(const std::string& service, const std::string& account) override {
     return target_->remove(service, account);
   }
-  // ---- Item locks ----
   std::int32_t lockItem(const std::string& service, const std::string& account,
                         std::chrono::milliseconds timeout, SecretStoreLock* lock) override {
     return target_->lockItem(service, account, timeout, lock);
   }
-  // ---- end of item locks ----
 
   std::int32_t findItem(const std::string& service, const std::string& account, Data* data,
                         std::unique_ptr<SecretStoreItem>* item) override {
