@@ -71,10 +71,12 @@ Data readFile(const std::string& path) {
   return Data(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+// Mode 0600 whatever the umask: the store refuses files others may write.
 void writeFile(const std::string& path, const Data& bytes) {
   std::ofstream(path, std::ios::binary)
       .write(reinterpret_cast<const char*>(bytes.data()),
              static_cast<std::streamsize>(bytes.size()));
+  chmod(path.c_str(), 0600);
 }
 
 std::set<std::string> listing(const std::string& directory) {
