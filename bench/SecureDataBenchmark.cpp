@@ -1,8 +1,9 @@
 // What the credential record costs per call over a secret store, beside the
 // bare store operation each call stands on: a getter is one find plus an
-// AES pass and an HMAC over the whole record, a setter a read, three more
-// finds, an encryption and an update. Every store is measured the same way;
-// register more with registerStoreBenchmarks() before the run.
+// AES pass and an HMAC over the whole record, a setter a read, two more
+// finds, an encryption and an update of what the last find found. Every
+// store is measured the same way; register more with
+// registerStoreBenchmarks() before the run.
 #include <benchmark/benchmark.h>
 
 #include <chrono>

@@ -11,6 +11,7 @@ install(FILES
   include/velmor/ApplicationInfo.h
   include/velmor/Base64.h
   include/velmor/BlockOperation.h
+  include/velmor/BrowserLauncher.h
   include/velmor/CurlHttpClient.h
   include/velmor/Data.h
   include/velmor/DebugNotice.h
@@ -22,6 +23,7 @@ install(FILES
   include/velmor/HttpClient.h
   include/velmor/HttpUrlResponse.h
   include/velmor/Localization.h
+  include/velmor/LoopbackRedirectListener.h
   include/velmor/MemorySecretStore.h
   include/velmor/Operation.h
   include/velmor/OperationQueue.h
@@ -57,10 +59,10 @@ if(BUILD_SHARED_LIBS)
 else()
   set(VELMOR_PC_REQUIRES "Requires")
 endif()
-if(VELMOR_WITH_LIBSECRET)
-  set(VELMOR_PC_LIBSECRET " libsecret-1")
+if(VELMOR_WITH_SECRET_SERVICE)
+  set(VELMOR_PC_GIO " gio-2.0")
 else()
-  set(VELMOR_PC_LIBSECRET "")
+  set(VELMOR_PC_GIO "")
 endif()
 configure_file(cmake/velmor-authorization.pc.in
   ${CMAKE_CURRENT_BINARY_DIR}/velmor-authorization.pc @ONLY)

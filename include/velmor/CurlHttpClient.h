@@ -18,8 +18,9 @@ struct VELMOR_EXPORT CurlHttpClientOptions {
   // it fails with "NSURLErrorDomain" -1001. Zero or less waits without limit.
   std::chrono::milliseconds timeout = std::chrono::seconds(60);
   // A PEM file of CA certificates trusted in addition to the system's bundle
-  // (the one libcurl was built to use). When it cannot be read or holds no
-  // certificate, every HTTPS exchange fails with -1200.
+  // (the one libcurl was built to use) and the environment's certificates
+  // (below). When it cannot be read or holds no certificate, every HTTPS
+  // exchange fails with -1200.
   std::optional<std::string> extraCaFile;
   // A larger response body (declared or received) ends the exchange with
   // -1103 rather than growing memory.
@@ -29,6 +30,13 @@ struct VELMOR_EXPORT CurlHttpClientOptions {
 // Sends requests over HTTP/1.1 with TLS peer and host verification always
 // on, no cookies, no cache, no "Expect: 100-continue", and proxies from the
 // usual environment variables (http_proxy, https_proxy, no_proxy, ...).
+//
+// Trusted are the system's CA bundle, the certificates the environment
+// names as OpenSSL and curl read it (SSL_CERT_FILE, a PEM file, and
+// SSL_CERT_DIR, colon-separated directories of certificates named by
+// subject hash), and CurlHttpClientOptions::extraCaFile. The environment is
+// read when the client is made; a file or directory it names that cannot be
+// read adds nothing.
 //
 // The request goes out as given: its method, its header fields in order (an
 // empty value is sent as an empty field) and its body, plus the fields HTTP

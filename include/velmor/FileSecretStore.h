@@ -3,6 +3,8 @@
 #ifndef VELMOR_FILE_SECRET_STORE_H_
 #define VELMOR_FILE_SECRET_STORE_H_
 
+#include <chrono>
+#include <cstdint>
 #include <string>
 
 #include "velmor/Export.h"
@@ -36,14 +38,30 @@ namespace velmor {
 // the previous item as it was. Names that could not be read back unchanged
 // (holding a NUL or invalid UTF-8) and items whose file would exceed 16 MiB
 // answer kSecretStoreParameterError (-50). A store whose directory is empty
-// (no home directory found) answers kSecretStoreNotAvailable. Nothing is
-// logged and nothing throws.
+// (no home directory found) answers kSecretStoreNotAvailable. Nothing
+// throws.
+//
+// The store trusts only what the user alone controls. Every call answers
+// kStatusUntrusted (-61) while the directory, or the file under the item's
+// name, belongs to another user or can be written by group or others:
+// someone else could have planted the record or could change it. A relative
+// directory answers kSecretStoreParameterError (-50) to every call. Each such
+// refusal is logged once per process at level 1, naming the path and why. A
+// writer waits for the lock at most the lock timeout; then the call answers
+// kSecretStoreNotAvailable, logged at level 1.
 class VELMOR_EXPORT FileSecretStore final : public SecretStore {
  public:
-  // `directory` (and missing parents, mode 0700) is created on the first
-  // add. Writers also take away group and other permissions from an existing
-  // directory.
-  explicit FileSecretStore(std::string directory);
+  // "Write permissions error.": the directory or the item's file could be
+  // changed by someone else.
+  static constexpr std::int32_t kStatusUntrusted = -61;
+  static constexpr std::chrono::milliseconds kDefaultLockTimeout{10000};
+
+  // `directory`, an absolute path, (and missing parents, mode 0700) is
+  // created on the first add. Writers also take away group and other read
+  // permissions from an existing directory. `lockTimeout` bounds each
+  // writer's wait for the other writers, in this process and others.
+  explicit FileSecretStore(std::string directory,
+                           std::chrono::milliseconds lockTimeout = kDefaultLockTimeout);
 
   // $XDG_DATA_HOME/velmor-authorization/keychain, XDG_DATA_HOME defaulting to
   // ~/.local/share when unset or relative; the home directory is $HOME, else
@@ -56,6 +74,19 @@ class VELMOR_EXPORT FileSecretStore final : public SecretStore {
   std::int32_t update(const std::string& service, const std::string& account,
                       const Data& data) override;
   std::int32_t remove(const std::string& service, const std::string& account) override;
+  // The lock file "<hex SHA-256 of service, NUL, account>.lock" lies beside
+  // the item's file, so that every process using the directory shares it.
+  std::int32_t lockItem(const std::string& service, const std::string& account,
+                        std::chrono::milliseconds timeout, SecretStoreLock* lock) override;
+
+  // Usable when the directory, or the nearest of its parents that exists
+  // (add creates the rest), is a directory the user may write to, and the
+  // directory, if it exists, is trusted (see above): kSecretStoreIoError,
+  // kStatusUntrusted or kSecretStoreParameterError (a relative path) when
+  // not, kSecretStoreNotAvailable without a directory. The description is
+  // "files in '<directory>'".
+  SecretStoreCondition condition() override;
+  std::string description() const override;
 
   const std::string& directory() const { return directory_; }
 
@@ -64,8 +95,10 @@ class VELMOR_EXPORT FileSecretStore final : public SecretStore {
 
   std::int32_t write(Write kind, const std::string& service, const std::string& account,
                      const Data* data);
+  std::int32_t lockTimedOut() const;
 
   std::string directory_;
+  std::chrono::milliseconds lockTimeout_;
   bool leftoversRemoved_ = false;  // guarded by the writers' process-wide mutex
 };
 

@@ -24,7 +24,8 @@ class VELMOR_EXPORT HttpUrlResponse {
   // Header fields in the order received, their names in canonical form
   // ("content-type" becomes "Content-Type", "www-authenticate"
   // "WWW-Authenticate"). A field that appears more than once (in any letter
-  // case) joins the values with ", ", as HTTP allows.
+  // case) joins the values with ", ", as HTTP allows; each line received is
+  // kept as well.
   HttpUrlResponse(Url url, std::int64_t statusCode, const HeaderFields& headerFields);
 
   const Url& url() const { return url_; }
@@ -33,6 +34,10 @@ class VELMOR_EXPORT HttpUrlResponse {
   Dictionary allHeaderFields() const;
   // The field's value; the name is matched ignoring letter case.
   std::optional<std::string> valueForHTTPHeaderField(std::string_view name) const;
+  // The value of every line of the field, in the order received (empty when
+  // there is none). Joining does not always keep a value's meaning: two
+  // "WWW-Authenticate" challenges joined read as one malformed challenge.
+  std::vector<std::string> valuesForHTTPHeaderField(std::string_view name) const;
 
   // A short lower-case English phrase for a status code ("not found",
   // "service unavailable"); unlisted codes get their class's phrase
@@ -43,6 +48,7 @@ class VELMOR_EXPORT HttpUrlResponse {
   Url url_;
   std::int64_t statusCode_;
   HeaderFields headerFields_;
+  HeaderFields receivedFields_;  // every line, names as received
 };
 
 }  // namespace velmor

@@ -23,6 +23,13 @@ class VELMOR_EXPORT MemorySecretStore final : public SecretStore {
   std::int32_t update(const std::string& service, const std::string& account,
                       const Data& data) override;
   std::int32_t remove(const std::string& service, const std::string& account) override;
+  // Among the threads of this process, as the items themselves.
+  std::int32_t lockItem(const std::string& service, const std::string& account,
+                        std::chrono::milliseconds timeout, SecretStoreLock* lock) override;
+
+  // Always usable; the description is "memory".
+  SecretStoreCondition condition() override;
+  std::string description() const override;
 
   std::size_t itemCount() const;
 

@@ -29,8 +29,9 @@ namespace velmor {
 //
 // An exception that escapes an operation's `main` is caught where the
 // operation ran, written as one line at the error level through the shared
-// VelmorAuthorizationLogger, and otherwise ignored: the operation counts as
-// finished and the queue goes on with the next one.
+// VelmorAuthorizationLogger (a logger delegate that throws there is
+// ignored), and otherwise ignored: the operation counts as finished and the
+// queue goes on with the next one.
 //
 // All members may be called from any thread. The destructor of a queue with
 // worker threads waits until every operation added to it has finished, so
@@ -82,6 +83,12 @@ class VELMOR_EXPORT OperationQueue final {
   // or on a post-function queue from the thread that must run its tasks,
   // never returns.
   void waitUntilAllOperationsAreFinished();
+
+  // Whether the calling thread is one of this queue's workers, inside one of
+  // its operations (also in a task another queue's post function runs there
+  // inline): a wait for this queue from here would wait for itself. Always
+  // false for a queue made from a post function.
+  bool isCurrentQueue() const;
 
   // Ignored by a queue made from a post function; values below 1 other than
   // kDefaultMaxConcurrentOperationCount throw InvalidArgumentException.

@@ -21,7 +21,9 @@ class VELMOR_EXPORT Url {
   static std::optional<Url> withString(std::string_view text);
   // Resolves `relative` against `base` as a browser would: a base path that
   // does not end in "/" loses its last segment ("https://h/a/b" with "c" is
-  // "https://h/a/c"); an absolute `relative` stands on its own.
+  // "https://h/a/c"); an absolute `relative` stands on its own. The base's
+  // fragment is dropped first ("https://h/app/#/a/b" with "c" is
+  // "https://h/app/c"), so only `relative` can bring one.
   static std::optional<Url> withString(std::string_view relative, const Url& base);
 
   // The URL as given, or as resolved against its base.

@@ -72,11 +72,48 @@ class VELMOR_EXPORT VelmorAuthorizationClientDelegate {
 //
 // Every exchange with the server runs on the client's private serial queue.
 // The synchronous forms add their exchange and block the calling thread until
-// the queue has drained, so they must never be called from a completion
-// running on that queue. The asynchronous forms return at once and later run
-// the completion as a task on the queue the caller names — only when both a
-// queue and a completion are given; otherwise the result is dropped (the
-// stored record is still updated).
+// the queue has drained. Called from a task running on that queue (a
+// completion delivered by a queue whose post function runs tasks at once),
+// a synchronous form that would wait throws InternalInconsistencyException
+// saying so, instead of waiting for ever. The asynchronous forms return at
+// once and later run the completion as a task on the queue the caller names —
+// only when both a queue and a completion are given; otherwise the result is
+// dropped (the stored record is still updated).
+//
+// One identity (one server host, application token and slot, under one key)
+// may be used by any number of clients, threads and processes at once:
+// - Every change of the stored record holds the identity's lock
+//   (SecretStore::lockItem: a lock file in the user's runtime directory, or
+//   beside the file store's items; among threads only for the memory store)
+//   from its read to its write, so no write of another is lost. Key changes,
+//   deleteAllData, sign-out and the handling of refusals go through it too.
+// - One refresh at a time per identity: a refresh (explicit, or started by a
+//   check) takes the lock before it reads the refresh token and keeps it
+//   until the answer is stored. Holding it, it reads the record again: when
+//   another client, thread or process stored a new refresh token since the
+//   refresh began (for a check: since the reading that called for it) and
+//   the access token is valid, the refresh succeeds with those tokens
+//   without sending anything, and reports an empty scope list. A refresh
+//   that names scopes always sends; one client refreshing twice in a row
+//   sends twice. So a server that rotates refresh tokens never sees a spent
+//   one from this library, and no race signs the user out.
+// - An "invalid_grant" answer to a refresh throws the tokens away only while
+//   the record still holds the refresh token that was sent; when newer
+//   tokens were stored meanwhile, the refresh takes them and succeeds.
+// - Waits for the lock are bounded (75 seconds by default, longer than one
+//   exchange may take). A refresh that cannot have the lock in time fails
+//   with the keychain error 100060 ("Operation timed out.") in "lockItem"
+//   and sends nothing; a record write that cannot have it is not made and
+//   is logged at the error level, except that deleteAllData and sign-out
+//   still forget what they forget.
+// - authorizationState(), hasUsername(), username(), the validity dates and
+//   checkAuthorization answer from one reading of the record, so what one
+//   call reports always belongs together.
+//
+// An exception that escapes an exchange on the private queue (from a logger
+// delegate, say) ends that exchange with client error 0 ("Unknown error",
+// the exception described under "Exception") handed to its completion, so
+// no caller waits for an answer that never comes.
 //
 // Activation, password sign-in and code exchange refuse to start while the
 // private queue holds any exchange: client error 1 ("Invalid operation"),
@@ -104,16 +141,24 @@ class VELMOR_EXPORT VelmorAuthorizationClientDelegate {
 //
 // Every public member writes one line through the shared logger, except
 // simulatedNetworkDelayInterval() and applicationDidBecomeActive().
-// Passwords, authorization codes and the redirect URLs received appear in
-// clear only when level 5 (sensitive) is loggable; the application token and
-// the encryption key are logged at level 3 like any argument. In these lines
-// a queue shows as "<OperationQueue: 0x…>", a completion as
-// "<__NSMallocBlock__>", and anything absent as "(null)".
+// The encryption key, passwords, authorization codes and the redirect URLs
+// received appear in clear only when level 5 (sensitive) is loggable, and
+// are starred ("***", "**...**") otherwise. The key is starred on purpose,
+// although it is a mere argument of construction and changeEncryptionKey():
+// with a diagnostic log and the stored record, anyone could read the client
+// secret and the tokens. Arguments are turned into text only for a line
+// that is written, so with logging off no copy of the key is made. The
+// application token is logged at level 3 like any argument. In these lines a
+// queue shows as "<OperationQueue: 0x…>", a completion as
+// "<__NSMallocBlock__>", anything absent as "(null)", and a null error
+// location as "0x0" (or "0x0x0" in the sign-in lines' "0x%p").
 //
-// The destructor waits for the exchanges already queued, then stops the
-// timer: a timer action running on another thread is waited for, and none
-// starts afterwards. Completions already handed to the caller's queue may
-// still run; they never touch the client.
+// The destructor first stops the timer — a timer action running on another
+// thread is waited for, and none starts afterwards — then waits for the
+// exchanges already queued (what a running timer action queued included),
+// which no longer re-arm it. Completions already handed to the caller's
+// queue may still run; they never touch the client. Do not destroy a client
+// from a task running on its own queue.
 class VELMOR_EXPORT VelmorAuthorizationClient final {
  public:
   using Scopes = std::vector<std::string>;
@@ -225,7 +270,9 @@ class VELMOR_EXPORT VelmorAuthorizationClient final {
                                SignInCompletion completion);
 
   // Exchanges the refresh token for a new access token; waits behind queued
-  // work instead of refusing.
+  // work instead of refusing. Without scopes, takes the tokens another
+  // client, thread or process stored meanwhile instead of sending, and then
+  // returns an empty scope list (see the class comment).
   std::optional<Scopes> refreshAccessToken(ErrorRef* error);
   void refreshAccessTokenAsync(Queue queue, RefreshCompletion completion);
   std::optional<Scopes> refreshAccessTokenWithScopes(std::optional<Scopes> scopes, ErrorRef* error);
@@ -252,9 +299,22 @@ class VELMOR_EXPORT VelmorAuthorizationClient final {
   bool signOut(ErrorRef* error);
   void signOutAsync(Queue queue, SignOutCompletion completion);
 
+  // Whether web sign-in uses a proof key (PKCE, RFC 7636, method S256).
+  // When on, every sign-in request ends with "code_challenge" and
+  // "code_challenge_method=S256" for a fresh random code verifier, and the
+  // code exchange of its redirect ends with "code_verifier", so that a code
+  // caught on its way back to the application is worthless to whoever
+  // caught it. The verifier lives only with the current web sign-in, in
+  // memory; log lines show it only when level 5 (sensitive) is loggable.
+  // Off by default, and then every request is as it has always been. Read
+  // when a sign-in request is built; any thread.
+  bool usesPkce() const;
+  void setUsesPkce(bool uses);
+
   // The request for the server's sign-in page, for the application's browser
   // view; nothing, with client error 1, before activation. Replaces any
-  // earlier web sign-in in progress.
+  // earlier web sign-in in progress. LoopbackRedirectListener catches the
+  // redirect for applications without a browser view of their own.
   std::optional<HttpRequest> createWebSignInRequestWithBaseUrl(
       std::optional<Url> baseUrl, std::optional<Url> redirectUrl, std::optional<Scopes> scopes,
       std::optional<Dictionary> extraParameters, ErrorRef* error);
@@ -275,6 +335,17 @@ class VELMOR_EXPORT VelmorAuthorizationClient final {
                                                     ErrorRef* error);
   void signInAsyncWithAuthorizationCode(std::optional<std::string> authorizationCode,
                                         std::optional<Url> redirectUrl, Queue queue,
+                                        SignInCompletion completion);
+  // The same for a code whose sign-in request carried a proof-key challenge
+  // made elsewhere: the exchange presents `codeVerifier`, which must not be
+  // blank. Shown in log lines like the code.
+  std::optional<Scopes> signInWithAuthorizationCode(std::optional<std::string> authorizationCode,
+                                                    std::optional<Url> redirectUrl,
+                                                    std::optional<std::string> codeVerifier,
+                                                    ErrorRef* error);
+  void signInAsyncWithAuthorizationCode(std::optional<std::string> authorizationCode,
+                                        std::optional<Url> redirectUrl,
+                                        std::optional<std::string> codeVerifier, Queue queue,
                                         SignInCompletion completion);
 
  private:

@@ -29,7 +29,11 @@ namespace velmor {
 // Failures are answered by result: false or nothing, with no other report
 // for operations refused because the store is locked. Secret-store errors
 // and damaged records go to the library's error funnel (logged at level 1);
-// a saved value that can no longer be decoded deletes the whole item.
+// a saved value that can no longer be decoded deletes the whole item. A
+// save into a keyring that is locked still answers true (nothing was
+// refused by this object), so ask SecretStore::defaultStore()->condition()
+// before saving something the user must not lose; the error log names the
+// locked keyring too.
 // Key derivation failing inside the crypto library, which only a broken
 // installation causes, throws GenericException.
 //

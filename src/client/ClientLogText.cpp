@@ -10,11 +10,6 @@ std::optional<std::string> ClientLogText::of(const std::optional<Url>& url) {
   return url->absoluteString();
 }
 
-std::optional<std::string> ClientLogText::of(const std::optional<Data>& bytes) {
-  if (!bytes) return std::nullopt;
-  return Value(*bytes).description();
-}
-
 std::optional<std::string> ClientLogText::of(
     const std::optional<std::vector<std::string>>& scopes) {
   if (!scopes) return std::nullopt;

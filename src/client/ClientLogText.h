@@ -2,12 +2,12 @@
 #ifndef VELMOR_CLIENT_CLIENT_LOG_TEXT_H_
 #define VELMOR_CLIENT_CLIENT_LOG_TEXT_H_
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "velmor/Data.h"
 #include "velmor/HttpUrlResponse.h"
 #include "velmor/OperationQueue.h"
 #include "velmor/Url.h"
@@ -18,7 +18,6 @@ namespace velmor {
 
 // Description texts, absent ("(null)" in a line) for absent objects:
 // - a URL: its absolute string;
-// - bytes: "<01020304 05>" (the encryption key included, by design);
 // - scopes and dictionaries: their property-list description;
 // - a queue: OperationQueue::description(), "<OperationQueue: 0x…>";
 // - a completion: "<__NSMallocBlock__>" when set, the same text logMethod
@@ -26,18 +25,25 @@ namespace velmor {
 // - an HTTP response: "<HttpUrlResponse: 0x…> { URL: … } { Status Code: …,
 //   Headers {…} }";
 // - a delegate: "<VelmorAuthorizationClientDelegate: 0x…>".
-// Stateless and thread-safe.
+// Secrets (the key, passwords, codes, received redirect URLs) do not come
+// here: LogSecret decides what a line shows for them. Stateless and
+// thread-safe.
 class ClientLogText final {
  public:
   ClientLogText() = delete;
 
   static std::optional<std::string> of(const std::optional<Url>& url);
-  static std::optional<std::string> of(const std::optional<Data>& bytes);
   static std::optional<std::string> of(const std::optional<std::vector<std::string>>& scopes);
   static std::optional<std::string> of(const std::optional<Dictionary>& dictionary);
   static std::optional<std::string> of(const std::shared_ptr<OperationQueue>& queue);
   static std::optional<std::string> of(const std::shared_ptr<HttpUrlResponse>& response);
   static std::optional<std::string> of(const VelmorAuthorizationClientDelegate* delegate);
+  template <typename Result, typename... Arguments>
+  static std::optional<std::string> of(const std::function<Result(Arguments...)>& completion) {
+    return ofCompletion(static_cast<bool>(completion));
+  }
+
+ private:
   static std::optional<std::string> ofCompletion(bool isSet);
 };
 

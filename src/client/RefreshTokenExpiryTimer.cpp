@@ -67,6 +67,7 @@ RefreshTokenExpiryTimer::~RefreshTokenExpiryTimer() { stop(); }
 void RefreshTokenExpiryTimer::rearm(double seconds) {
   std::weak_ptr<Gate> gate = gate_;
   MutexLock lock(mutex_);
+  if (stopped_) return;
   // Neither call runs the action on this thread, so holding the lock here
   // cannot meet the action.
   if (timer_ && timer_->isValid()) timer_->invalidate();
@@ -91,6 +92,7 @@ void RefreshTokenExpiryTimer::stop() {
   std::shared_ptr<Timer> timer;
   {
     MutexLock lock(mutex_);
+    stopped_ = true;
     timer = std::move(timer_);
   }
   if (timer) timer->invalidate();

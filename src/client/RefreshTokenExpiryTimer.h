@@ -35,7 +35,8 @@ class RefreshTokenExpiryTimer final {
   RefreshTokenExpiryTimer& operator=(const RefreshTokenExpiryTimer&) = delete;
 
   // Invalidates the timer held, if any, and arms a new one `seconds` from
-  // now; zero or less fires at the timer thread's first opportunity.
+  // now; zero or less fires at the timer thread's first opportunity. Does
+  // nothing once stopped.
   void rearm(double seconds) EXCLUDES(mutex_);
 
   // Fires a valid timer whose fire date has passed, on the calling thread;
@@ -43,7 +44,8 @@ class RefreshTokenExpiryTimer final {
   // valid timer.
   void applicationDidBecomeActive() EXCLUDES(mutex_);
 
-  // Invalidates the timer and makes sure the action never starts again.
+  // Invalidates the timer and makes sure the action never starts again,
+  // also through a later rearm.
   void stop() EXCLUDES(mutex_);
 
  private:
@@ -54,6 +56,7 @@ class RefreshTokenExpiryTimer final {
   std::shared_ptr<Gate> gate_;
   mutable Mutex mutex_;
   std::shared_ptr<Timer> timer_ GUARDED_BY(mutex_);
+  bool stopped_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace velmor

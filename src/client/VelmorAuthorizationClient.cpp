@@ -3,10 +3,10 @@
 #include <chrono>
 #include <cstdint>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "client/ClientLogText.h"
-#include "client/CredentialValidity.h"
 #include "client/RefreshTokenExpiryTimer.h"
 #include "client/SignInLogLine.h"
 #include "operations/ActivateClientOperation.h"
@@ -14,15 +14,19 @@
 #include "operations/RequestAccessTokenFromAuthCodeOperation.h"
 #include "operations/RequestAccessTokenOperation.h"
 #include "operations/RevokeOperation.h"
+#include "platform/CurrentException.h"
 #include "platform/Uuid.h"
 #include "platform/VAErrorHandler.h"
+#include "storage/CredentialValidity.h"
 #include "storage/CryptoUtility.h"
 #include "storage/SecureData.h"
 #include "support/Format.h"
+#include "support/LogSecret.h"
 #include "support/ParamValidator.h"
 #include "support/Text.h"
 #include "transport/ApplicationHttpTransaction.h"
 #include "transport/RequestSignInViaWebTransaction.h"
+#include "velmor/Exception.h"
 #include "velmor/VelmorAuthorizationError.h"
 #include "velmor/VelmorAuthorizationLogger.h"
 
@@ -39,21 +43,37 @@ constexpr char16_t kUsernameExcludedCharacters[] = u"()<>,;:\"[]{}'";
 
 VelmorAuthorizationLogger& logger() { return VelmorAuthorizationLogger::sharedLogger(); }
 
-void logCall(std::string_view displayName, const std::vector<LogArgument>& arguments = {}) {
-  logger().logMethod(displayName, arguments);
+// One argument of an entry line, made only for a line that is written:
+// LogArguments as they are, secrets as LogSecret shows them, objects by
+// their ClientLogText, texts as they are.
+template <typename T>
+LogArgument logArgument(const T& value, bool secretsInClear) {
+  if constexpr (std::is_same_v<T, LogArgument>) {
+    return value;
+  } else if constexpr (std::is_same_v<T, LogSecret>) {
+    return LogArgument::object(value.text(secretsInClear));
+  } else if constexpr (requires { ClientLogText::of(value); }) {
+    return LogArgument::object(ClientLogText::of(value));
+  } else {
+    return LogArgument::object(value);
+  }
 }
 
-void logInfo(const std::string& message) {
-  logger().log(message, VelmorAuthorizationLogger::kLevelInfo);
+// A member's entry line through logMethod, at the info level.
+template <typename... Args>
+void logCall(std::string_view displayName, const Args&... arguments) {
+  if (!logger().isLoggable(VelmorAuthorizationLogger::kLevelInfo)) return;
+  [[maybe_unused]] const bool secretsInClear = LogSecret::shownInClear();
+  logger().logMethod(displayName, {logArgument(arguments, secretsInClear)...});
 }
 
-LogArgument object(std::optional<std::string> description) {
-  return LogArgument::object(std::move(description));
+template <typename... Args>
+void logInfo(std::string_view format, const Args&... arguments) {
+  if (!logger().isLoggable(VelmorAuthorizationLogger::kLevelInfo)) return;
+  logger().log(stringWithFormat(format, arguments...), VelmorAuthorizationLogger::kLevelInfo);
 }
 
 LogArgument location(const void* pointer) { return LogArgument::pointerTo("^@", pointer); }
-
-LogArgument completionArgument(bool isSet) { return LogArgument::callback(isSet); }
 
 ErrorRef clientError(std::int64_t code) {
   return VelmorAuthorizationError::errorWithDomain(AuthorizationClientErrorDomain, code,
@@ -93,9 +113,16 @@ struct SyncOutcome {
   }
 };
 
-Dictionary authorizationHeaders(SecureData& record) {
+Dictionary authorizationHeaders(const CredentialRecord& record) {
   return Dictionary{{"Authorization", stringWithFormat("Bearer %@", record.accessToken())}};
 }
+
+// A synchronous call waits for the private queue to drain; from a task of
+// that queue it would wait for itself.
+constexpr char kCalledOnOwnQueue[] =
+    "%@ was called on the client's own queue, where it would wait for ever for the task it was "
+    "called from; call it from another thread, or use its asynchronous form there";
+constexpr char kSynchronousSignIn[] = "A synchronous sign-in";
 
 // A value read as signed must not be negative: 2^63 and above are refused.
 void checkSeconds(std::uint64_t seconds, std::string_view name) {
@@ -154,7 +181,9 @@ struct VelmorAuthorizationClient::Impl {
     }
   }
 
-  AuthorizationState state() { return CredentialValidity::authorizationState(*secureData); }
+  AuthorizationState state() {
+    return CredentialValidity::authorizationState(secureData->snapshot());
+  }
 
   bool isBusy() const { return operationQueue->operationCount() != 0; }
 
@@ -170,7 +199,10 @@ struct VelmorAuthorizationClient::Impl {
     operation.setRefreshTokenExpirationOverride(__refreshTokenExpirationOverride.load());
   }
 
-  void runAndWait(std::shared_ptr<Operation> operation) {
+  void runAndWait(std::shared_ptr<Operation> operation, std::string_view caller) {
+    if (operationQueue->isCurrentQueue()) {
+      throw InternalInconsistencyException(stringWithFormat(kCalledOnOwnQueue, caller));
+    }
     operationQueue->addOperation(std::move(operation));
     operationQueue->waitUntilAllOperationsAreFinished();
   }
@@ -219,12 +251,13 @@ struct VelmorAuthorizationClient::Impl {
 
   std::shared_ptr<RequestAccessTokenOperation> codeOperation(
       std::optional<std::string> authorizationCode, std::optional<Url> redirectUrl,
-      std::optional<std::string> username) const {
+      std::optional<std::string> username, std::optional<std::string> codeVerifier) const {
     auto operation = std::make_shared<RequestAccessTokenFromAuthCodeOperation>();
     configureTokenRequest(*operation);
     operation->setAuthorizationCode(authorizationCode.value_or(""));
     operation->setRedirectUrl(std::move(redirectUrl));
     operation->setUsername(std::move(username));
+    operation->setCodeVerifier(std::move(codeVerifier));
     return operation;
   }
 
@@ -236,7 +269,7 @@ struct VelmorAuthorizationClient::Impl {
           outcome = {std::move(scopes), std::move(e)};
           rearmExpiryTimer();
         });
-    runAndWait(operation);
+    runAndWait(operation, kSynchronousSignIn);
     return outcome.returned(error);
   }
 
@@ -277,54 +310,67 @@ struct VelmorAuthorizationClient::Impl {
 
   // Code exchange: no scope validation and no trimming; the user name comes
   // from the redirect (absent for a code obtained otherwise) and replaces
-  // the stored one on success.
+  // the stored one on success. The verifier answers the sign-in request's
+  // proof-key challenge, when it carried one.
   std::optional<Scopes> codeSignInSync(std::optional<std::string> authorizationCode,
                                        std::optional<Url> redirectUrl,
-                                       std::optional<std::string> username, ErrorRef* error) {
+                                       std::optional<std::string> username,
+                                       std::optional<std::string> codeVerifier, ErrorRef* error) {
     if (refusedAsBusy(error)) return std::nullopt;
-    return runSignIn(
-        codeOperation(std::move(authorizationCode), std::move(redirectUrl), std::move(username)),
-        error);
+    return runSignIn(codeOperation(std::move(authorizationCode), std::move(redirectUrl),
+                                   std::move(username), std::move(codeVerifier)),
+                     error);
   }
 
   void codeSignInAsync(std::optional<std::string> authorizationCode, std::optional<Url> redirectUrl,
-                       std::optional<std::string> username, Queue queue,
-                       SignInCompletion completion) {
+                       std::optional<std::string> username, std::optional<std::string> codeVerifier,
+                       Queue queue, SignInCompletion completion) {
     if (refusedAsBusy(queue, completion, std::optional<std::string>(), std::optional<Scopes>())) {
       return;
     }
-    startSignIn(
-        codeOperation(std::move(authorizationCode), std::move(redirectUrl), std::move(username)),
-        std::move(queue), std::move(completion));
+    startSignIn(codeOperation(std::move(authorizationCode), std::move(redirectUrl),
+                              std::move(username), std::move(codeVerifier)),
+                std::move(queue), std::move(completion));
   }
 
   // Refresh waits its turn behind queued work instead of refusing, and is
-  // the only exchange that sends the client context unasked.
+  // the only exchange that sends the client context unasked. A refresh for
+  // the scopes already granted takes the tokens a sibling stored since it
+  // left the queue (or, for a check, since the reading that called for it)
+  // instead of sending (RefreshAccessTokenOperation); one that names scopes
+  // always sends, as what a sibling was granted is not known.
   std::shared_ptr<RefreshAccessTokenOperation> refreshOperation(
-      std::optional<Scopes> scopes) const {
+      std::optional<Scopes> scopes, const std::optional<CredentialRecord>& decidedOn) const {
     auto operation = std::make_shared<RefreshAccessTokenOperation>();
     configureTokenRequest(*operation);
+    if (!scopes) {
+      operation->setAdoptsSiblingTokens(true);
+      if (decidedOn) operation->setRefreshTokenAtCallStart(decidedOn->refreshToken());
+    }
     operation->setScopes(std::move(scopes));
     operation->setAlwaysSendClientContext(__alwaysSendClientContext.load());
     return operation;
   }
 
-  std::optional<Scopes> refreshSync(std::optional<Scopes> scopes, ErrorRef* error) {
+  std::optional<Scopes> refreshSync(
+      std::optional<Scopes> scopes, ErrorRef* error, std::string_view caller,
+      const std::optional<CredentialRecord>& decidedOn = std::nullopt) {
     validateScopes(scopes);
-    auto operation = refreshOperation(std::move(scopes));
+    auto operation = refreshOperation(std::move(scopes), decidedOn);
     SyncOutcome outcome;
     operation->setRefreshAccessTokenCompletionBlock(
         [this, &outcome](std::optional<Scopes> granted, ErrorRef e) {
           outcome = {std::move(granted), std::move(e)};
           rearmExpiryTimer();
         });
-    runAndWait(operation);
+    runAndWait(operation, caller);
     return outcome.returned(error);
   }
 
-  void refreshAsync(std::optional<Scopes> scopes, Queue queue, RefreshCompletion completion) {
+  void refreshAsync(std::optional<Scopes> scopes, Queue queue, RefreshCompletion completion,
+                    const std::optional<CredentialRecord>& decidedOn = std::nullopt) {
     validateScopes(scopes);
-    auto operation = refreshOperation(std::move(scopes));
+    auto operation = refreshOperation(std::move(scopes), decidedOn);
     operation->setRefreshAccessTokenCompletionBlock(
         [this, queue, completion](std::optional<Scopes> granted, ErrorRef error) {
           deliver(queue, completion, granted, error);
@@ -337,12 +383,13 @@ struct VelmorAuthorizationClient::Impl {
   // posts read the record, never the client, so they may run after the
   // client is gone.
   void checkAuthorizationOnQueue(const Queue& queue, const CheckCompletion& completion) {
-    const AuthorizationState state = this->state();
+    const CredentialRecord atStart = secureData->snapshot();
+    const AuthorizationState state = CredentialValidity::authorizationState(atStart);
     const std::shared_ptr<SecureData> record = secureData;
     if (state != AuthorizationStateRefreshRequired) {
       deliverWhenRun(queue, completion, [record, state](const CheckCompletion& complete) {
         if (state == AuthorizationStateAuthorized) {
-          complete(state, authorizationHeaders(*record), nullptr);
+          complete(state, authorizationHeaders(record->snapshot()), nullptr);
         } else {
           complete(state, std::nullopt, nullptr);
         }
@@ -350,16 +397,32 @@ struct VelmorAuthorizationClient::Impl {
       return;
     }
     refreshAsync(
-        std::nullopt, queue, [record, queue, completion](std::optional<Scopes>, ErrorRef error) {
+        std::nullopt, queue,
+        [record, queue, completion](std::optional<Scopes>, ErrorRef error) {
           deliverWhenRun(queue, completion, [record, error](const CheckCompletion& complete) {
+            const CredentialRecord now = record->snapshot();
             // A successful refresh reports 3 as such, not a recomputed state.
             if (!error) {
-              complete(AuthorizationStateAuthorized, authorizationHeaders(*record), nullptr);
+              complete(AuthorizationStateAuthorized, authorizationHeaders(now), nullptr);
             } else {
-              complete(CredentialValidity::authorizationState(*record), std::nullopt, error);
+              complete(CredentialValidity::authorizationState(now), std::nullopt, error);
             }
           });
-        });
+        },
+        atStart);
+  }
+
+  // The check's task on the private queue: an exception that escapes it
+  // still reaches the caller, as the check's error.
+  void checkAuthorizationTask(const Queue& queue, const CheckCompletion& completion) {
+    try {
+      checkAuthorizationOnQueue(queue, completion);
+    } catch (...) {
+      const ErrorRef error = VelmorAuthorizationError::errorWithDomain(
+          AuthorizationClientErrorDomain, kClientErrorUnknown,
+          Dictionary{{"Exception", currentExceptionDescription()}});
+      deliver(queue, completion, state(), std::optional<Dictionary>(), error);
+    }
   }
 
   std::shared_ptr<RevokeOperation> revokeOperation() const {
@@ -369,6 +432,7 @@ struct VelmorAuthorizationClient::Impl {
   }
 
   std::atomic<VelmorAuthorizationClientDelegate*> delegate{nullptr};
+  std::atomic<bool> usesPkce{false};
   // The application's own field; the client never reads it.
   std::optional<std::string> applicationUsername;
   const Url authorizationServerBaseUrl;
@@ -383,8 +447,8 @@ VelmorAuthorizationClient::VelmorAuthorizationClient(std::optional<Url> authoriz
                                                      std::optional<std::string> appToken,
                                                      std::optional<Data> encryptionKey) {
   logCall("-[VelmorAuthorizationClient initWithAuthorizationServerBaseUrl:appToken:encryptionKey:]",
-          {object(ClientLogText::of(authorizationServerBaseUrl)), object(appToken),
-           object(ClientLogText::of(encryptionKey))});
+          authorizationServerBaseUrl, appToken,
+          LogSecret(LogSecret::Kind::kEncryptionKey, encryptionKey));
   ParamValidator::checkIsNotNil(authorizationServerBaseUrl, "serverBaseUrl");
   ParamValidator::checkIsNotNilOrWhitespaceOnlyString(appToken, "token");
   impl_ = std::make_unique<Impl>(*this, std::move(*authorizationServerBaseUrl), *appToken,
@@ -398,9 +462,9 @@ VelmorAuthorizationClient::VelmorAuthorizationClient(std::optional<Url> authoriz
   logCall(
       "-[VelmorAuthorizationClient "
       "initWithAuthorizationServerBaseUrl:appToken:encryptionKey:authorizedIdentitySlot:]",
-      {object(ClientLogText::of(authorizationServerBaseUrl)), object(appToken),
-       object(ClientLogText::of(encryptionKey)),
-       LogArgument::unsignedInteger(authorizedIdentitySlot)});
+      authorizationServerBaseUrl, appToken,
+      LogSecret(LogSecret::Kind::kEncryptionKey, encryptionKey),
+      LogArgument::unsignedInteger(authorizedIdentitySlot));
   ParamValidator::checkIsNotNil(authorizationServerBaseUrl, "serverBaseUrl");
   ParamValidator::checkIsNotNilOrWhitespaceOnlyString(appToken, "token");
   checkSeconds(authorizedIdentitySlot, "authorizedIdentitySlot");
@@ -409,14 +473,15 @@ VelmorAuthorizationClient::VelmorAuthorizationClient(std::optional<Url> authoriz
 }
 
 VelmorAuthorizationClient::~VelmorAuthorizationClient() {
-  // Completions of queued exchanges re-arm the timer, so the queue drains
-  // first; after stop() no timer action reaches this object.
-  impl_->operationQueue->waitUntilAllOperationsAreFinished();
+  // The timer stops first: an action firing during the drain could let the
+  // delegate queue work that would run on a client half destroyed. The
+  // completions drained afterwards no longer re-arm it.
   impl_->refreshTokenExpirationTimer.stop();
+  impl_->operationQueue->waitUntilAllOperationsAreFinished();
 }
 
 Data VelmorAuthorizationClient::generateEncryptionKey() {
-  logInfo(stringWithFormat("%s", "+[VelmorAuthorizationClient generateEncryptionKey]"));
+  logInfo("%s", "+[VelmorAuthorizationClient generateEncryptionKey]");
   const Data salt = CryptoUtility::randomSalt();
   std::uint32_t actualRoundCount = 0;
   // The password is random and thrown away: only the key matters, and the
@@ -431,13 +496,13 @@ VelmorAuthorizationClientDelegate* VelmorAuthorizationClient::delegate() const {
 }
 
 void VelmorAuthorizationClient::setDelegate(VelmorAuthorizationClientDelegate* delegate) {
-  logCall("-[VelmorAuthorizationClient setDelegate:]", {object(ClientLogText::of(delegate))});
+  logCall("-[VelmorAuthorizationClient setDelegate:]", delegate);
   impl_->delegate.store(delegate);
 }
 
 void VelmorAuthorizationClient::changeEncryptionKey(std::optional<Data> encryptionKey) {
   logCall("-[VelmorAuthorizationClient changeEncryptionKey:]",
-          {object(ClientLogText::of(encryptionKey))});
+          LogSecret(LogSecret::Kind::kEncryptionKey, encryptionKey));
   impl_->secureData->changeAesEncryptionKey(std::move(encryptionKey));
 }
 
@@ -464,19 +529,19 @@ std::optional<std::string> VelmorAuthorizationClient::username() {
 std::optional<VelmorAuthorizationClient::Date>
 VelmorAuthorizationClient::accessTokenValidEndDateTime() {
   logCall("-[VelmorAuthorizationClient accessTokenValidEndDateTime]");
-  SecureData& record = *impl_->secureData;
-  return record.hasAccessToken() ? record.accessTokenValidEndDateTime() : std::nullopt;
+  const CredentialRecord record = impl_->secureData->snapshot();
+  return record.accessToken() ? record.accessTokenValidEndDateTime() : std::nullopt;
 }
 
 std::optional<VelmorAuthorizationClient::Date>
 VelmorAuthorizationClient::refreshTokenValidEndDateTime() {
   logCall("-[VelmorAuthorizationClient refreshTokenValidEndDateTime]");
-  SecureData& record = *impl_->secureData;
-  return record.hasRefreshToken() ? record.refreshTokenValidEndDateTime() : std::nullopt;
+  const CredentialRecord record = impl_->secureData->snapshot();
+  return record.refreshToken() ? record.refreshTokenValidEndDateTime() : std::nullopt;
 }
 
 void VelmorAuthorizationClient::setUsername(std::optional<std::string> username) {
-  logCall("-[VelmorAuthorizationClient setUsername:]", {object(username)});
+  logCall("-[VelmorAuthorizationClient setUsername:]", username);
   impl_->applicationUsername = std::move(username);
 }
 
@@ -487,7 +552,7 @@ std::uint64_t VelmorAuthorizationClient::simulatedNetworkDelayInterval() const {
 
 void VelmorAuthorizationClient::setSimulatedNetworkDelayInterval(std::uint64_t seconds) {
   logCall("-[VelmorAuthorizationClient setSimulatedNetworkDelayInterval:]",
-          {LogArgument::unsignedInteger(seconds)});
+          LogArgument::unsignedInteger(seconds));
   checkSeconds(seconds, "simulatedNetworkDelayInterval");
   __simulatedNetworkDelayInterval.store(seconds);
 }
@@ -499,7 +564,7 @@ std::uint64_t VelmorAuthorizationClient::accessTokenExpirationOverride() const {
 
 void VelmorAuthorizationClient::setAccessTokenExpirationOverride(std::uint64_t seconds) {
   logCall("-[VelmorAuthorizationClient setAccessTokenExpirationOverride:]",
-          {LogArgument::unsignedInteger(seconds)});
+          LogArgument::unsignedInteger(seconds));
   checkSeconds(seconds, "accessTokenExpirationOverride");
   __accessTokenExpirationOverride.store(seconds);
 }
@@ -511,7 +576,7 @@ std::uint64_t VelmorAuthorizationClient::refreshTokenExpirationOverride() const 
 
 void VelmorAuthorizationClient::setRefreshTokenExpirationOverride(std::uint64_t seconds) {
   logCall("-[VelmorAuthorizationClient setRefreshTokenExpirationOverride:]",
-          {LogArgument::unsignedInteger(seconds)});
+          LogArgument::unsignedInteger(seconds));
   checkSeconds(seconds, "refreshTokenExpirationOverride");
   __refreshTokenExpirationOverride.store(seconds);
 }
@@ -523,14 +588,14 @@ bool VelmorAuthorizationClient::alwaysSendClientContext() const {
 
 void VelmorAuthorizationClient::setAlwaysSendClientContext(bool always) {
   logCall("-[VelmorAuthorizationClient setAlwaysSendClientContext:]",
-          {LogArgument::yesNo(always ? 1 : 0)});
+          LogArgument::yesNo(always ? 1 : 0));
   __alwaysSendClientContext.store(always);
 }
 
 void VelmorAuthorizationClient::usernameMinLength(std::uint64_t* minLength,
                                                   std::uint64_t* maxLength) {
   logCall("+[VelmorAuthorizationClient usernameMinLength:maxLength:]",
-          {LogArgument::pointerTo("^Q", minLength), LogArgument::pointerTo("^Q", maxLength)});
+          LogArgument::pointerTo("^Q", minLength), LogArgument::pointerTo("^Q", maxLength));
   ParamValidator::checkIsNotNilPointer(minLength, "minLength");
   ParamValidator::checkIsNotNilPointer(maxLength, "maxLength");
   *minLength = kMinimumCredentialLength;
@@ -540,7 +605,7 @@ void VelmorAuthorizationClient::usernameMinLength(std::uint64_t* minLength,
 void VelmorAuthorizationClient::passwordMinLength(std::uint64_t* minLength,
                                                   std::uint64_t* maxLength) {
   logCall("+[VelmorAuthorizationClient passwordMinLength:maxLength:]",
-          {LogArgument::pointerTo("^Q", minLength), LogArgument::pointerTo("^Q", maxLength)});
+          LogArgument::pointerTo("^Q", minLength), LogArgument::pointerTo("^Q", maxLength));
   ParamValidator::checkIsNotNilPointer(minLength, "minLength");
   ParamValidator::checkIsNotNilPointer(maxLength, "maxLength");
   *minLength = kMinimumCredentialLength;
@@ -548,14 +613,14 @@ void VelmorAuthorizationClient::passwordMinLength(std::uint64_t* minLength,
 }
 
 bool VelmorAuthorizationClient::isUsernameValid(const std::optional<std::string>& username) {
-  logCall("+[VelmorAuthorizationClient isUsernameValid:]", {object(username)});
+  logCall("+[VelmorAuthorizationClient isUsernameValid:]", username);
   return hasValidLength(username, &VelmorAuthorizationClient::usernameMinLength);
 }
 
 bool VelmorAuthorizationClient::isPasswordValid(const std::optional<std::string>& password) {
   // A password is a secret like any other: starred below the sensitive level.
   logCall("+[VelmorAuthorizationClient isPasswordValid:]",
-          {object(SignInLogLine().password(password))});
+          LogSecret(LogSecret::Kind::kPassword, password));
   return hasValidLength(password, &VelmorAuthorizationClient::passwordMinLength);
 }
 
@@ -570,20 +635,19 @@ void VelmorAuthorizationClient::applicationDidBecomeActive() {
 }
 
 bool VelmorAuthorizationClient::activate(ErrorRef* error) {
-  logCall("-[VelmorAuthorizationClient activate:]", {location(error)});
+  logCall("-[VelmorAuthorizationClient activate:]", location(error));
   if (impl_->refusedAsBusy(error)) return false;
   auto operation = std::make_shared<ActivateClientOperation>();
   impl_->configure(*operation);
   ErrorRef outcome;
   operation->setActivateCompletionBlock([&outcome](ErrorRef e) { outcome = std::move(e); });
-  impl_->runAndWait(operation);
+  impl_->runAndWait(operation, "-[VelmorAuthorizationClient activate:]");
   store(error, outcome);
   return !outcome;
 }
 
 void VelmorAuthorizationClient::activateAsync(Queue queue, ActivateCompletion completion) {
-  logCall("-[VelmorAuthorizationClient activateAsync:completion:]",
-          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  logCall("-[VelmorAuthorizationClient activateAsync:completion:]", queue, completion);
   if (impl_->refusedAsBusy(queue, completion)) return;
   auto operation = std::make_shared<ActivateClientOperation>();
   impl_->configure(*operation);
@@ -593,14 +657,13 @@ void VelmorAuthorizationClient::activateAsync(Queue queue, ActivateCompletion co
 }
 
 std::optional<Scopes> VelmorAuthorizationClient::signIn(ErrorRef* error) {
-  logCall("-[VelmorAuthorizationClient signIn:]", {location(error)});
+  logCall("-[VelmorAuthorizationClient signIn:]", location(error));
   return impl_->signInSync(std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt,
                            error);
 }
 
 void VelmorAuthorizationClient::signInAsync(Queue queue, SignInCompletion completion) {
-  logCall("-[VelmorAuthorizationClient signInAsync:completion:]",
-          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  logCall("-[VelmorAuthorizationClient signInAsync:completion:]", queue, completion);
   impl_->signInAsync(std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt,
                      std::move(queue), std::move(completion));
 }
@@ -610,7 +673,7 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithUsername(
   const SignInLogLine line;
   line.write("%s username: '%@' password: '%@' error: '0x%p'",
              "-[VelmorAuthorizationClient signInWithUsername:password:error:]", username,
-             line.password(password), static_cast<const void*>(error));
+             LogSecret(LogSecret::Kind::kPassword, password), static_cast<const void*>(error));
   checkCredentials(username, password);
   return impl_->signInSync(username, std::move(password), std::nullopt, std::nullopt, std::nullopt,
                            error);
@@ -622,8 +685,7 @@ void VelmorAuthorizationClient::signInAsyncWithUsername(std::optional<std::strin
   const SignInLogLine line;
   line.write("%s username: '%@' password: '%@' queue: '%@' completion: '%@'",
              "-[VelmorAuthorizationClient signInAsyncWithUsername:password:queue:completion:]",
-             username, line.password(password), ClientLogText::of(queue),
-             ClientLogText::ofCompletion(bool(completion)));
+             username, LogSecret(LogSecret::Kind::kPassword, password), queue, completion);
   checkCredentials(username, password);
   impl_->signInAsync(username, std::move(password), std::nullopt, std::nullopt, std::nullopt,
                      std::move(queue), std::move(completion));
@@ -635,7 +697,8 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithUsername(
   const SignInLogLine line;
   line.write("%s username: '%@' password: '%@' scopes: '%@' error: '0x%p'",
              "-[VelmorAuthorizationClient signInWithUsername:password:scopes:error:]", username,
-             line.password(password), ClientLogText::of(scopes), static_cast<const void*>(error));
+             LogSecret(LogSecret::Kind::kPassword, password), scopes,
+             static_cast<const void*>(error));
   checkCredentials(username, password);
   return impl_->signInSync(username, std::move(password), std::move(scopes), std::nullopt,
                            std::nullopt, error);
@@ -649,8 +712,7 @@ void VelmorAuthorizationClient::signInAsyncWithUsername(std::optional<std::strin
   line.write(
       "%s username: '%@' password: '%@' scopes: '%@' queue: '%@' completion: '%@'",
       "-[VelmorAuthorizationClient signInAsyncWithUsername:password:scopes:queue:completion:]",
-      username, line.password(password), ClientLogText::of(scopes), ClientLogText::of(queue),
-      ClientLogText::ofCompletion(bool(completion)));
+      username, LogSecret(LogSecret::Kind::kPassword, password), scopes, queue, completion);
   checkCredentials(username, password);
   impl_->signInAsync(username, std::move(password), std::move(scopes), std::nullopt, std::nullopt,
                      std::move(queue), std::move(completion));
@@ -665,7 +727,7 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithUsername(
       "%s username: '%@' password: '%@' scopes: '%@' realmId: '%@' namespaceId: '%@' error: "
       "'0x%p'",
       "-[VelmorAuthorizationClient signInWithUsername:password:scopes:realmId:namespaceId:error:]",
-      username, line.password(password), ClientLogText::of(scopes), realmId, namespaceId,
+      username, LogSecret(LogSecret::Kind::kPassword, password), scopes, realmId, namespaceId,
       static_cast<const void*>(error));
   checkCredentials(username, password);
   return impl_->signInSync(username, std::move(password), std::move(scopes), std::move(realmId),
@@ -684,42 +746,42 @@ void VelmorAuthorizationClient::signInAsyncWithUsername(std::optional<std::strin
       "'%@' completion: '%@'",
       "-[VelmorAuthorizationClient "
       "signInAsyncWithUsername:password:scopes:realmId:namespaceId:queue:completion:]",
-      username, line.password(password), ClientLogText::of(scopes), realmId, namespaceId,
-      ClientLogText::of(queue), ClientLogText::ofCompletion(bool(completion)));
+      username, LogSecret(LogSecret::Kind::kPassword, password), scopes, realmId, namespaceId,
+      queue, completion);
   checkCredentials(username, password);
   impl_->signInAsync(username, std::move(password), std::move(scopes), std::move(realmId),
                      std::move(namespaceId), std::move(queue), std::move(completion));
 }
 
 std::optional<Scopes> VelmorAuthorizationClient::refreshAccessToken(ErrorRef* error) {
-  logCall("-[VelmorAuthorizationClient refreshAccessToken:]", {location(error)});
-  return impl_->refreshSync(std::nullopt, error);
+  logCall("-[VelmorAuthorizationClient refreshAccessToken:]", location(error));
+  return impl_->refreshSync(std::nullopt, error,
+                            "-[VelmorAuthorizationClient refreshAccessToken:]");
 }
 
 void VelmorAuthorizationClient::refreshAccessTokenAsync(Queue queue, RefreshCompletion completion) {
-  logCall("-[VelmorAuthorizationClient refreshAccessTokenAsync:completion:]",
-          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  logCall("-[VelmorAuthorizationClient refreshAccessTokenAsync:completion:]", queue, completion);
   impl_->refreshAsync(std::nullopt, std::move(queue), std::move(completion));
 }
 
 std::optional<Scopes> VelmorAuthorizationClient::refreshAccessTokenWithScopes(
     std::optional<Scopes> scopes, ErrorRef* error) {
-  logCall("-[VelmorAuthorizationClient refreshAccessTokenWithScopes:error:]",
-          {object(ClientLogText::of(scopes)), location(error)});
-  return impl_->refreshSync(std::move(scopes), error);
+  logCall("-[VelmorAuthorizationClient refreshAccessTokenWithScopes:error:]", scopes,
+          location(error));
+  return impl_->refreshSync(std::move(scopes), error,
+                            "-[VelmorAuthorizationClient refreshAccessTokenWithScopes:error:]");
 }
 
 void VelmorAuthorizationClient::refreshAccessTokenAsyncWithScopes(std::optional<Scopes> scopes,
                                                                   Queue queue,
                                                                   RefreshCompletion completion) {
   logCall("-[VelmorAuthorizationClient refreshAccessTokenAsyncWithScopes:queue:completion:]",
-          {object(ClientLogText::of(scopes)), object(ClientLogText::of(queue)),
-           completionArgument(bool(completion))});
+          scopes, queue, completion);
   impl_->refreshAsync(std::move(scopes), std::move(queue), std::move(completion));
 }
 
 void VelmorAuthorizationClient::refreshTokenExpired() {
-  logInfo(stringWithFormat("%s", "-[VelmorAuthorizationClient refreshTokenExpired:]"));
+  logInfo("%s", "-[VelmorAuthorizationClient refreshTokenExpired:]");
   // A client that still holds a valid access token is not signed out, even
   // though its refresh token lapsed.
   if (impl_->state() != AuthorizationStateSignInRequired) return;
@@ -730,60 +792,63 @@ void VelmorAuthorizationClient::refreshTokenExpired() {
 
 AuthorizationState VelmorAuthorizationClient::checkAuthorization(std::optional<Dictionary>* headers,
                                                                  ErrorRef* error) {
-  logCall("-[VelmorAuthorizationClient checkAuthorization:error:]",
-          {location(headers), location(error)});
-  switch (impl_->state()) {
+  logCall("-[VelmorAuthorizationClient checkAuthorization:error:]", location(headers),
+          location(error));
+  // One reading answers the call, so the state and the headers agree even
+  // while another thread or process rewrites the record.
+  const CredentialRecord record = impl_->secureData->snapshot();
+  const AuthorizationState state = CredentialValidity::authorizationState(record);
+  switch (state) {
     case AuthorizationStateRefreshRequired: {
       ErrorRef refreshError;
-      impl_->refreshSync(std::nullopt, &refreshError);
+      impl_->refreshSync(std::nullopt, &refreshError,
+                         "-[VelmorAuthorizationClient checkAuthorization:error:]", record);
+      const CredentialRecord refreshed = impl_->secureData->snapshot();
       // Filled even when the refresh failed, as callers have always found it.
-      if (headers != nullptr) *headers = authorizationHeaders(*impl_->secureData);
+      if (headers != nullptr) *headers = authorizationHeaders(refreshed);
       store(error, refreshError);
-      return impl_->state();
+      return CredentialValidity::authorizationState(refreshed);
     }
     case AuthorizationStateAuthorized:
-      if (headers != nullptr) *headers = authorizationHeaders(*impl_->secureData);
+      if (headers != nullptr) *headers = authorizationHeaders(record);
       store(error, nullptr);
       return AuthorizationStateAuthorized;
     default:
       store(error, nullptr);
-      return impl_->state();
+      return state;
   }
 }
 
 void VelmorAuthorizationClient::checkAuthorizationAsync(Queue queue, CheckCompletion completion) {
-  logCall("-[VelmorAuthorizationClient checkAuthorizationAsync:completion:]",
-          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  logCall("-[VelmorAuthorizationClient checkAuthorizationAsync:completion:]", queue, completion);
   Impl* impl = impl_.get();
   impl_->operationQueue->addOperationWithBlock(
-      [impl, queue, completion] { impl->checkAuthorizationOnQueue(queue, completion); });
+      [impl, queue, completion] { impl->checkAuthorizationTask(queue, completion); });
 }
 
 Dictionary VelmorAuthorizationClient::webRequestAuthorizationHeaders() {
   logCall("-[VelmorAuthorizationClient webRequestAuthorizationHeaders]");
-  return authorizationHeaders(*impl_->secureData);
+  return authorizationHeaders(impl_->secureData->snapshot());
 }
 
 bool VelmorAuthorizationClient::hasAuthorizationFailureResponse(
     const std::shared_ptr<HttpUrlResponse>& response) {
-  logCall("-[VelmorAuthorizationClient hasAuthorizationFailureResponse:]",
-          {object(ClientLogText::of(response))});
-  logInfo(stringWithFormat(
-      "%@", response ? std::optional<std::string>(Value(response->allHeaderFields()).description())
-                     : std::nullopt));
+  logCall("-[VelmorAuthorizationClient hasAuthorizationFailureResponse:]", response);
+  if (logger().isLoggable(VelmorAuthorizationLogger::kLevelInfo)) {
+    logInfo("%@", response ? FormatArg(response->allHeaderFields()) : FormatArg(nullptr));
+  }
   return ApplicationHttpTransaction::hasAuthorizationFailureResponse(response);
 }
 
 ErrorRef VelmorAuthorizationClient::handleAuthorizationFailureResponse(
     const std::shared_ptr<HttpUrlResponse>& response) {
-  logCall("-[VelmorAuthorizationClient handleAuthorizationFailureResponse:]",
-          {object(ClientLogText::of(response))});
+  logCall("-[VelmorAuthorizationClient handleAuthorizationFailureResponse:]", response);
   ApplicationHttpTransaction transaction(impl_->secureData);
   return transaction.handleAuthorizationFailureResponse(response);
 }
 
 bool VelmorAuthorizationClient::signOut(ErrorRef* error) {
-  logCall("-[VelmorAuthorizationClient signOut:]", {location(error)});
+  logCall("-[VelmorAuthorizationClient signOut:]", location(error));
   impl_->operationQueue->cancelAllOperations();
   if (impl_->state() == AuthorizationStateSignInRequired) {
     store(error, nullptr);
@@ -793,14 +858,13 @@ bool VelmorAuthorizationClient::signOut(ErrorRef* error) {
   auto operation = impl_->revokeOperation();
   ErrorRef outcome;
   operation->setSignOutCompletionBlock([&outcome](ErrorRef e) { outcome = std::move(e); });
-  impl_->runAndWait(operation);
+  impl_->runAndWait(operation, "-[VelmorAuthorizationClient signOut:]");
   store(error, outcome);
   return !outcome;
 }
 
 void VelmorAuthorizationClient::signOutAsync(Queue queue, SignOutCompletion completion) {
-  logCall("-[VelmorAuthorizationClient signOutAsync:completion:]",
-          {object(ClientLogText::of(queue)), completionArgument(bool(completion))});
+  logCall("-[VelmorAuthorizationClient signOutAsync:completion:]", queue, completion);
   impl_->operationQueue->cancelAllOperations();
   if (impl_->state() == AuthorizationStateSignInRequired) {
     deliver(queue, completion, ErrorRef());
@@ -812,15 +876,23 @@ void VelmorAuthorizationClient::signOutAsync(Queue queue, SignOutCompletion comp
   impl_->operationQueue->addOperation(operation);
 }
 
+bool VelmorAuthorizationClient::usesPkce() const {
+  logCall("-[VelmorAuthorizationClient usesPkce]");
+  return impl_->usesPkce.load();
+}
+
+void VelmorAuthorizationClient::setUsesPkce(bool uses) {
+  logCall("-[VelmorAuthorizationClient setUsesPkce:]", LogArgument::yesNo(uses ? 1 : 0));
+  impl_->usesPkce.store(uses);
+}
+
 std::optional<HttpRequest> VelmorAuthorizationClient::createWebSignInRequestWithBaseUrl(
     std::optional<Url> baseUrl, std::optional<Url> redirectUrl, std::optional<Scopes> scopes,
     std::optional<Dictionary> extraParameters, ErrorRef* error) {
   logCall(
       "-[VelmorAuthorizationClient "
       "createWebSignInRequestWithBaseUrl:redirectUrl:scopes:extraParameters:error:]",
-      {object(ClientLogText::of(baseUrl)), object(ClientLogText::of(redirectUrl)),
-       object(ClientLogText::of(scopes)), object(ClientLogText::of(extraParameters)),
-       location(error)});
+      baseUrl, redirectUrl, scopes, extraParameters, location(error));
   ParamValidator::checkIsNotNil(baseUrl, "baseUrl");
   ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
   if (impl_->state() == AuthorizationStateActivationRequired) {
@@ -828,6 +900,7 @@ std::optional<HttpRequest> VelmorAuthorizationClient::createWebSignInRequestWith
     return std::nullopt;
   }
   auto transaction = std::make_shared<RequestSignInViaWebTransaction>(impl_->secureData);
+  transaction->setUsesPkce(impl_->usesPkce.load());
   transaction->setScopes(std::move(scopes));
   transaction->setExtraParameters(std::move(extraParameters));
   std::optional<HttpRequest> request = transaction->generateRequest(*baseUrl, *redirectUrl);
@@ -840,7 +913,8 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithWebAuthorizationRespo
   const SignInLogLine line;
   line.write("%s responseUrl: '%@' error: '0x%p'",
              "-[VelmorAuthorizationClient signInWithWebAuthorizationResponse:error:]",
-             line.secret(ClientLogText::of(responseUrl)), static_cast<const void*>(error));
+             LogSecret(LogSecret::Kind::kRedirectUrl, responseUrl),
+             static_cast<const void*>(error));
   ParamValidator::checkIsNotNil(responseUrl, "responseUrl");
   const std::shared_ptr<RequestSignInViaWebTransaction> transaction =
       impl_->currentRequestSignInViaWebTransaction;
@@ -855,8 +929,10 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithWebAuthorizationRespo
   // The location is mandatory here; a null one is tolerated, not written.
   store(error, failure);
   if (failure) return std::nullopt;
+  std::optional<std::string> codeVerifier = transaction->codeVerifier();
   impl_->currentRequestSignInViaWebTransaction.reset();
-  return impl_->codeSignInSync(std::move(code), std::move(redirectUrl), std::move(username), error);
+  return impl_->codeSignInSync(std::move(code), std::move(redirectUrl), std::move(username),
+                               std::move(codeVerifier), error);
 }
 
 void VelmorAuthorizationClient::signInAsyncWithWebAuthorizationResponse(
@@ -865,7 +941,7 @@ void VelmorAuthorizationClient::signInAsyncWithWebAuthorizationResponse(
   line.write(
       "%s responseUrl: '%@' queue: '%@'",
       "-[VelmorAuthorizationClient signInAsyncWithWebAuthorizationResponse:queue:completion:]",
-      line.secret(ClientLogText::of(responseUrl)), ClientLogText::of(queue));
+      LogSecret(LogSecret::Kind::kRedirectUrl, responseUrl), queue);
   ParamValidator::checkIsNotNil(responseUrl, "responseUrl");
   ParamValidator::checkIsNotNil(queue, "queue");
   // Kept as current even on success, unlike the synchronous form: only the
@@ -886,7 +962,7 @@ void VelmorAuthorizationClient::signInAsyncWithWebAuthorizationResponse(
     return;
   }
   impl_->codeSignInAsync(std::move(code), std::move(redirectUrl), std::move(username),
-                         std::move(queue), std::move(completion));
+                         transaction->codeVerifier(), std::move(queue), std::move(completion));
 }
 
 std::optional<Scopes> VelmorAuthorizationClient::signInWithAuthorizationCode(
@@ -894,11 +970,12 @@ std::optional<Scopes> VelmorAuthorizationClient::signInWithAuthorizationCode(
   const SignInLogLine line;
   line.write("%s authorizationCode: '%@' redirectUrl: '%@' error: '0x%p'",
              "-[VelmorAuthorizationClient signInWithAuthorizationCode:redirectUrl:error:]",
-             line.secret(authorizationCode), redirectUrl, static_cast<const void*>(error));
+             LogSecret(LogSecret::Kind::kAuthorizationCode, authorizationCode), redirectUrl,
+             static_cast<const void*>(error));
   ParamValidator::checkIsNotNilOrWhitespaceOnlyString(authorizationCode, "authorizationCode");
   ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
   return impl_->codeSignInSync(std::move(authorizationCode), std::move(redirectUrl), std::nullopt,
-                               error);
+                               std::nullopt, error);
 }
 
 void VelmorAuthorizationClient::signInAsyncWithAuthorizationCode(
@@ -908,12 +985,45 @@ void VelmorAuthorizationClient::signInAsyncWithAuthorizationCode(
   line.write(
       "%s authorizationCode: '%@' redirectUrl: '%@' queue: '%@'",
       "-[VelmorAuthorizationClient signInAsyncWithAuthorizationCode:redirectUrl:queue:completion:]",
-      line.secret(authorizationCode), redirectUrl, ClientLogText::of(queue));
+      LogSecret(LogSecret::Kind::kAuthorizationCode, authorizationCode), redirectUrl, queue);
   ParamValidator::checkIsNotNilOrWhitespaceOnlyString(authorizationCode, "authorizationCode");
   ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
   ParamValidator::checkIsNotNil(queue, "queue");
   impl_->codeSignInAsync(std::move(authorizationCode), std::move(redirectUrl), std::nullopt,
-                         std::move(queue), std::move(completion));
+                         std::nullopt, std::move(queue), std::move(completion));
+}
+
+std::optional<Scopes> VelmorAuthorizationClient::signInWithAuthorizationCode(
+    std::optional<std::string> authorizationCode, std::optional<Url> redirectUrl,
+    std::optional<std::string> codeVerifier, ErrorRef* error) {
+  const SignInLogLine line;
+  line.write(
+      "%s authorizationCode: '%@' redirectUrl: '%@' codeVerifier: '%@' error: '0x%p'",
+      "-[VelmorAuthorizationClient signInWithAuthorizationCode:redirectUrl:codeVerifier:error:]",
+      LogSecret(LogSecret::Kind::kAuthorizationCode, authorizationCode), redirectUrl,
+      LogSecret(LogSecret::Kind::kCodeVerifier, codeVerifier), static_cast<const void*>(error));
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(authorizationCode, "authorizationCode");
+  ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(codeVerifier, "codeVerifier");
+  return impl_->codeSignInSync(std::move(authorizationCode), std::move(redirectUrl), std::nullopt,
+                               std::move(codeVerifier), error);
+}
+
+void VelmorAuthorizationClient::signInAsyncWithAuthorizationCode(
+    std::optional<std::string> authorizationCode, std::optional<Url> redirectUrl,
+    std::optional<std::string> codeVerifier, Queue queue, SignInCompletion completion) {
+  const SignInLogLine line;
+  line.write("%s authorizationCode: '%@' redirectUrl: '%@' codeVerifier: '%@' queue: '%@'",
+             "-[VelmorAuthorizationClient "
+             "signInAsyncWithAuthorizationCode:redirectUrl:codeVerifier:queue:completion:]",
+             LogSecret(LogSecret::Kind::kAuthorizationCode, authorizationCode), redirectUrl,
+             LogSecret(LogSecret::Kind::kCodeVerifier, codeVerifier), queue);
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(authorizationCode, "authorizationCode");
+  ParamValidator::checkIsNotNil(redirectUrl, "redirectUrl");
+  ParamValidator::checkIsNotNilOrWhitespaceOnlyString(codeVerifier, "codeVerifier");
+  ParamValidator::checkIsNotNil(queue, "queue");
+  impl_->codeSignInAsync(std::move(authorizationCode), std::move(redirectUrl), std::nullopt,
+                         std::move(codeVerifier), std::move(queue), std::move(completion));
 }
 
 }  // namespace velmor

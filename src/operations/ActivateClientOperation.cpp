@@ -9,11 +9,17 @@ constexpr char kRequestName[] = "ActivateClient";
 
 }  // namespace
 
-void ActivateClientOperation::main() {
+void ActivateClientOperation::perform() {
   ActivateClientTransaction transaction(secureData());
   const std::optional<Outcome> outcome = exchange(transaction, kRequestName);
   if (!outcome) return;
-  if (completion_) completion_(outcome->error);
+  complete(completion_, outcome->error);
+}
+
+bool ActivateClientOperation::completeWithError(const ErrorRef& error) {
+  if (!completion_) return false;
+  completion_(error);
+  return true;
 }
 
 }  // namespace velmor

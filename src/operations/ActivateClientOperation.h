@@ -17,7 +17,8 @@ class ActivateClientOperation final : public ServiceOperation {
 
   void setActivateCompletionBlock(Completion completion) { completion_ = std::move(completion); }
 
-  void main() override;
+  void perform() override;
+  bool completeWithError(const ErrorRef& error) override;
 
  private:
   Completion completion_;

@@ -1,6 +1,9 @@
 #include "operations/RefreshAccessTokenOperation.h"
 
+#include <chrono>
+
 #include "storage/AuthorizationClientContext.h"
+#include "storage/CredentialValidity.h"
 #include "support/Format.h"
 #include "transport/RefreshAccessTokenTransaction.h"
 #include "transport/UpdateClientContextTransaction.h"
@@ -21,21 +24,56 @@ void logError(const char* format, const ErrorRef& error) {
 
 }  // namespace
 
-void RefreshAccessTokenOperation::main() {
+void RefreshAccessTokenOperation::perform() {
+  // What this client's own earlier exchanges stored is the starting point;
+  // only what others store from here on is adopted.
+  if (adoptsSiblingTokens_ && !refreshTokenAtCallStart_) {
+    refreshTokenAtCallStart_ = secureData()->snapshot().refreshToken();
+  }
   updateClientContextIfNeeded();
   if (isCancelled()) return;
+  SecretStoreLock lock;
+  if (ErrorRef error = secureData()->lockRecord(&lock)) {
+    complete(refreshCompletion_, std::nullopt, error);
+    return;
+  }
+  if (isCancelled()) return;
+  if (siblingRefreshedMeanwhile()) {
+    lock.unlock();
+    complete(refreshCompletion_, Scopes(), nullptr);
+    return;
+  }
+  refreshHoldingThe(lock);
+}
 
+void RefreshAccessTokenOperation::refreshHoldingThe(SecretStoreLock& lock) {
   RefreshAccessTokenTransaction transaction(secureData());
   transaction.setScopes(scopes());
   applyExpirationOverrides(transaction);
   const std::optional<Outcome> outcome = exchange(transaction, kRefreshRequestName);
+  // The answer is stored: siblings may go on while the completion runs.
+  lock.unlock();
   if (!outcome) return;
-  if (!refreshCompletion_) return;
   if (!outcome->judged) {
-    refreshCompletion_(std::nullopt, outcome->error);
-    return;
+    complete(refreshCompletion_, std::nullopt, outcome->error);
+  } else if (transaction.wasSuperseded()) {
+    complete(refreshCompletion_, Scopes(), nullptr);
+  } else {
+    complete(refreshCompletion_, transaction.scopes(), outcome->error);
   }
-  refreshCompletion_(transaction.scopes(), outcome->error);
+}
+
+bool RefreshAccessTokenOperation::siblingRefreshedMeanwhile() {
+  if (!adoptsSiblingTokens_) return false;
+  const CredentialRecord stored = secureData()->snapshot();
+  return stored.refreshToken() != *refreshTokenAtCallStart_ &&
+         CredentialValidity::hasValidAccessToken(stored, std::chrono::system_clock::now());
+}
+
+bool RefreshAccessTokenOperation::completeWithError(const ErrorRef& error) {
+  if (!refreshCompletion_) return false;
+  refreshCompletion_(std::nullopt, error);
+  return true;
 }
 
 void RefreshAccessTokenOperation::updateClientContextIfNeeded() {

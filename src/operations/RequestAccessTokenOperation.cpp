@@ -23,7 +23,7 @@ ErrorRef signInError(const ErrorRef& error) {
 
 }  // namespace
 
-void RequestAccessTokenOperation::main() {
+void RequestAccessTokenOperation::perform() {
   RequestAccessTokenTransaction transaction(secureData());
   transaction.setUsername(username_);
   transaction.setPassword(password_.value_or(""));
@@ -35,12 +35,18 @@ void RequestAccessTokenOperation::main() {
   const std::optional<Outcome> outcome = exchange(transaction, kRequestName);
   if (!outcome) return;
   if (!outcome->judged) {
-    if (signInCompletion_) signInCompletion_(std::nullopt, std::nullopt, outcome->error);
+    complete(signInCompletion_, std::nullopt, std::nullopt, outcome->error);
     return;
   }
   const ErrorRef error = signInError(outcome->error);
   if (!error) secureData()->setUsername(username_);
-  if (signInCompletion_) signInCompletion_(username_, transaction.scopes(), error);
+  complete(signInCompletion_, username_, transaction.scopes(), error);
+}
+
+bool RequestAccessTokenOperation::completeWithError(const ErrorRef& error) {
+  if (!signInCompletion_) return false;
+  signInCompletion_(std::nullopt, std::nullopt, error);
+  return true;
 }
 
 void RequestAccessTokenOperation::applyExpirationOverrides(

@@ -55,9 +55,10 @@ class RequestAccessTokenOperation : public ServiceOperation {
     signInCompletion_ = std::move(completion);
   }
 
-  void main() override;
-
  protected:
+  void perform() override;
+  bool completeWithError(const ErrorRef& error) override;
+
   // Copies the two lifetime overrides into `transaction` before its answer
   // is judged.
   void applyExpirationOverrides(RequestAccessTokenTransaction& transaction) const;

@@ -7,26 +7,29 @@ namespace {
 
 constexpr char kRequestName[] = "RevokeTokensByClientAndUser";
 
-// The local sign-out: both tokens and their validity dates, in this order.
-void forgetTokens(SecureData& record) {
-  record.deleteAccessToken();
-  record.deleteAccessTokenValidStartDateTime();
-  record.deleteAccessTokenValidEndDateTime();
-  record.deleteRefreshToken();
-  record.deleteRefreshTokenValidStartDateTime();
-  record.deleteRefreshTokenValidEndDateTime();
-}
-
 }  // namespace
 
-void RevokeOperation::main() {
+void RevokeOperation::perform() {
   RevokeTransaction transaction(secureData());
-  // The request must carry the token before the record forgets it.
-  const PreparedRequest request = prepare(transaction);
-  forgetTokens(*secureData());
+  PreparedRequest request;
+  {
+    // Without the lock the local sign-out still happens (the delete forgets
+    // the tokens all the same): it must not depend on another process.
+    SecretStoreLock lock;
+    secureData()->lockRecord(&lock);
+    // The request must carry the token before the record forgets it.
+    request = prepare(transaction);
+    secureData()->deleteTokenEntries();
+  }
   const std::optional<Outcome> outcome = send(transaction, request, kRequestName);
   if (!outcome) return;
-  if (completion_) completion_(outcome->error);
+  complete(completion_, outcome->error);
+}
+
+bool RevokeOperation::completeWithError(const ErrorRef& error) {
+  if (!completion_) return false;
+  completion_(error);
+  return true;
 }
 
 }  // namespace velmor

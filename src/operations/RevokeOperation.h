@@ -12,15 +12,18 @@ namespace velmor {
 // Builds the RevokeTransaction request while the tokens are still stored,
 // then deletes both tokens and their four validity dates from the record
 // before sending as "RevokeTokensByClientAndUser", so the local sign-out
-// holds whatever the server answers. The completion gets the transport or
-// server error, nullptr on success.
+// holds whatever the server answers. The record's lock is held from
+// reading the tokens to deleting them, so the tokens revoked are the ones
+// forgotten, even beside a refresh in another thread or process. The completion gets the transport
+// or server error, nullptr on success.
 class RevokeOperation final : public ServiceOperation {
  public:
   using Completion = std::function<void(ErrorRef error)>;
 
   void setSignOutCompletionBlock(Completion completion) { completion_ = std::move(completion); }
 
-  void main() override;
+  void perform() override;
+  bool completeWithError(const ErrorRef& error) override;
 
  private:
   Completion completion_;

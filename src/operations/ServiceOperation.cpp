@@ -2,9 +2,11 @@
 
 #include <utility>
 
+#include "platform/CurrentException.h"
 #include "platform/UrlLoadingError.h"
 #include "support/Format.h"
 #include "velmor/Exception.h"
+#include "velmor/VelmorAuthorizationError.h"
 
 namespace velmor {
 namespace {
@@ -22,8 +24,23 @@ ErrorRef badUrlError() {
 }  // namespace
 
 void ServiceOperation::main() {
+  try {
+    perform();
+  } catch (...) {
+    if (completed_) throw;
+    const ErrorRef error = VelmorAuthorizationError::errorWithDomain(
+        AuthorizationClientErrorDomain, kClientErrorUnknown,
+        Dictionary{{"Exception", currentExceptionDescription()}});
+    completed_ = true;
+    if (!completeWithError(error)) throw;
+  }
+}
+
+void ServiceOperation::perform() {
   throw InternalInconsistencyException(stringWithFormat(kAbstractMethod, "main"));
 }
+
+bool ServiceOperation::completeWithError(const ErrorRef&) { return false; }
 
 std::optional<Data> ServiceOperation::sendHttpRequest(const std::string& requestName,
                                                       const Url& url, const std::string& verb,

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "storage/SecureData.h"
 #include "transport/HttpRequestSender.h"
@@ -26,11 +27,15 @@ namespace velmor {
 // request the way every request is sent (HttpRequestSender). The inputs are
 // set before the operation is queued and only read afterwards.
 //
-// Subclasses implement `main`: build their transaction's request, send it,
-// and, unless cancelled meanwhile, let the transaction judge the answer and
-// call their completion on the queue's thread. A cancelled operation calls
-// no completion. Transport failures reach the completion unchanged, as
-// "NSURLErrorDomain" errors.
+// Subclasses implement `perform`: build their transaction's request, send
+// it, and, unless cancelled meanwhile, let the transaction judge the answer
+// and call their completion (through `complete`) on the queue's thread. A
+// cancelled operation calls no completion. Transport failures reach the
+// completion unchanged, as "NSURLErrorDomain" errors. An exception that
+// escapes `perform` before the completion ran (a logger delegate that
+// throws, say) still ends the exchange with a completion: client error 0
+// ("Unknown error") with the exception's description under "Exception", so
+// that no caller waits for an answer that never comes.
 class ServiceOperation : public Operation {
  public:
   const std::optional<Url>& authorizationServerBaseUrl() const {
@@ -54,8 +59,9 @@ class ServiceOperation : public Operation {
   // Replaces the real sleep of the simulated delay (tests).
   void setSleepFunction(HttpRequestSender::SleepFunction sleep) { sleep_ = std::move(sleep); }
 
-  // Throws InternalInconsistencyException: every exchange supplies its own.
-  void main() override;
+  // Runs `perform`, turning an exception that escapes it into the
+  // completion's error as described above.
+  void main() final;
 
   // Waits the simulated delay, sends the decorated request, logs both
   // directions under `requestName` and returns the response body. Never
@@ -66,6 +72,23 @@ class ServiceOperation : public Operation {
                                       ErrorRef* error);
 
  protected:
+  // The exchange. Throws InternalInconsistencyException here ("This method,
+  // main, must be overridden in a subclass"): every exchange supplies its own.
+  virtual void perform();
+  // Hands `error` to the completion as the exchange's only result; false
+  // when there is no completion to tell (then the exception passes on to
+  // the queue, which logs it).
+  virtual bool completeWithError(const ErrorRef& error);
+
+  // Calls `completion` (when set) with `results`, once the exchange is over.
+  template <typename Completion, typename... Results>
+  void complete(const Completion& completion, Results&&... results) {
+    // Set first: an exception the completion itself throws must not be
+    // answered with a second call.
+    completed_ = true;
+    if (completion) completion(std::forward<Results>(results)...);
+  }
+
   // What an exchange came to once it was not cancelled.
   struct Outcome {
     // The final transport error, or the transaction's judgement of the
@@ -115,6 +138,7 @@ class ServiceOperation : public Operation {
   // error answer and goes to the transaction.
   static bool isFinal(const Reply& reply);
 
+  bool completed_ = false;
   std::optional<Url> authorizationServerBaseUrl_;
   std::shared_ptr<SecureData> secureData_;
   std::uint64_t simulatedNetworkDelayInterval_ = 0;

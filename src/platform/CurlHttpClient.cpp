@@ -177,6 +177,8 @@ class CurlHttpClient::Impl {
 
   const CurlHttpClientOptions options_;
   std::optional<std::string> systemBundle_;
+  const EnvironmentCertificates environmentCertificates_ =
+      EnvironmentCertificates::fromEnvironment();
   // Declared before the idle handles: they must go first, detaching from it.
   std::optional<CurlShareHandle> share_;
 
@@ -292,7 +294,9 @@ CURLcode CurlHttpClient::Impl::onSslContext(CURL*, void* sslContext, void* impl)
 // reference.
 CURLcode CurlHttpClient::Impl::installTrustStore(SSL_CTX* context) {
   std::lock_guard<std::mutex> lock(trustMutex_);
-  if (!trust_) trust_ = TrustStore::load(systemBundle_, options_.extraCaFile);
+  if (!trust_) {
+    trust_ = TrustStore::load(systemBundle_, environmentCertificates_, options_.extraCaFile);
+  }
   if (!trust_) return CURLE_SSL_CACERT_BADFILE;
   SSL_CTX_set1_cert_store(context, trust_->get());
   return CURLE_OK;

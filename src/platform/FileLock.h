@@ -2,6 +2,7 @@
 #ifndef VELMOR_PLATFORM_FILE_LOCK_H_
 #define VELMOR_PLATFORM_FILE_LOCK_H_
 
+#include <chrono>
 #include <optional>
 #include <utility>
 
@@ -15,10 +16,20 @@ namespace velmor {
 // Move-only.
 class FileLock final {
  public:
+  using Clock = std::chrono::steady_clock;
+
+  // How long a wait sleeps at most between two tries by default.
+  static constexpr std::chrono::milliseconds kLongestPause{50};
+
   // Opens (creating with mode 0600 if needed) `name` in the directory open
-  // as `directoryFd` and waits for the lock. Empty on failure, with errno
-  // set by the call that failed.
-  static std::optional<FileLock> acquire(int directoryFd, const char* name);
+  // as `directoryFd` and waits for the lock until `deadline`, so that a
+  // holder that hangs (or was stopped) cannot hang its waiters. The tries
+  // come quickly at first, then at most `longestPause` apart. Empty on
+  // failure, with errno set by the call that failed, or EWOULDBLOCK when the
+  // lock was still held at the deadline.
+  static std::optional<FileLock> acquire(int directoryFd, const char* name,
+                                         Clock::time_point deadline,
+                                         std::chrono::milliseconds longestPause = kLongestPause);
 
  private:
   explicit FileLock(FileDescriptor file) : file_(std::move(file)) {}

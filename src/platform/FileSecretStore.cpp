@@ -9,17 +9,23 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <utility>
 #include <vector>
 
 #include "platform/FileDescriptor.h"
 #include "platform/FileLock.h"
+#include "platform/IdentityLock.h"
+#include "platform/Mutex.h"
 #include "platform/StoredSecretItem.h"
+#include "support/Format.h"
+#include "velmor/VelmorAuthorizationLogger.h"
 
 namespace velmor {
 
@@ -34,9 +40,55 @@ constexpr std::size_t kMaxItemFileSize = std::size_t{16} << 20;
 
 // Threads of one process take this as well as the lock file: where flock is
 // emulated by per-process record locks (NFS), it would not keep them apart.
-std::mutex& writerMutex() {
-  static std::mutex mutex;
+// Timed, so that the whole wait of a writer stays within its deadline.
+std::timed_mutex& writerMutex() {
+  static std::timed_mutex mutex;
   return mutex;
+}
+
+// A refusal is logged once per process and text, not at every call: a
+// record read field by field would repeat it many times over.
+struct LoggedRefusals {
+  Mutex mutex;
+  std::set<std::string> texts GUARDED_BY(mutex);
+};
+
+void logOnce(const std::string& message) {
+  static LoggedRefusals logged;
+  {
+    MutexLock lock(logged.mutex);
+    if (!logged.texts.insert(message).second) return;
+  }
+  VelmorAuthorizationLogger::sharedLogger().log(message, VelmorAuthorizationLogger::kLevelError);
+}
+
+// A relative directory would follow the process's working directory, so one
+// identity could read different records from different places.
+std::int32_t checkDirectoryName(const std::string& directory) {
+  if (directory.empty()) return kSecretStoreNotAvailable;
+  if (directory.front() == '/') return kSecretStoreSuccess;
+  logOnce(stringWithFormat(
+      "The file store does not use '%@': its directory must be an absolute path.", directory));
+  return kSecretStoreParameterError;
+}
+
+// Another user could have planted what lies there, or change it: a
+// directory or file of this store must be the user's own and writable by
+// nobody else.
+bool isTrusted(const struct stat& info, const std::string& path) {
+  if (info.st_uid != geteuid()) {
+    logOnce(stringWithFormat(
+        "The file store does not use '%@': it belongs to user %u, not to this user (%u).", path,
+        static_cast<unsigned>(info.st_uid), static_cast<unsigned>(geteuid())));
+    return false;
+  }
+  if ((info.st_mode & 022) != 0) {
+    logOnce(stringWithFormat(
+        "The file store does not use '%@': group or others may write to it (mode %04o).", path,
+        static_cast<unsigned>(info.st_mode & 07777)));
+    return false;
+  }
+  return true;
 }
 
 // Secrets pass through these buffers; they are wiped before being freed.
@@ -52,7 +104,7 @@ class WipedOnExit final {
 };
 
 // What lies under an item's file name.
-enum class Slot { kAbsent, kItem, kForeign, kDamaged, kUnreadable };
+enum class Slot { kAbsent, kItem, kForeign, kDamaged, kUnreadable, kUntrusted };
 
 struct Lookup {
   Slot slot;
@@ -84,14 +136,18 @@ std::int32_t openDirectory(const std::string& path, bool create, FileDescriptor*
   *directory = FileDescriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directory->valid())
     return errno == ENOENT && !create ? kSecretStoreItemNotFound : kSecretStoreIoError;
+  struct stat info;
+  if (fstat(directory->get(), &info) != 0) return kSecretStoreIoError;
+  if (!isTrusted(info, path)) return FileSecretStore::kStatusUntrusted;
   return kSecretStoreSuccess;
 }
 
 // Reads a regular file of at most kMaxItemFileSize bytes; kItem means it was
 // read whole (what it holds is not yet known).
-Slot readItemFile(int fd, Data* bytes) {
+Slot readItemFile(int fd, const std::string& path, Data* bytes) {
   struct stat info;
   if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return Slot::kUnreadable;
+  if (!isTrusted(info, path)) return Slot::kUntrusted;
   if (static_cast<std::uint64_t>(info.st_size) > kMaxItemFileSize) return Slot::kDamaged;
   bytes->resize(static_cast<std::size_t>(info.st_size) + 1);
   std::size_t filled = 0;
@@ -111,15 +167,15 @@ Slot readItemFile(int fd, Data* bytes) {
   return Slot::kItem;
 }
 
-Lookup lookUp(int directoryFd, const std::string& fileName, const std::string& service,
-              const std::string& account) {
+Lookup lookUp(int directoryFd, const std::string& directory, const std::string& fileName,
+              const std::string& service, const std::string& account) {
   // O_NONBLOCK so that a FIFO under the name cannot hang the open.
   FileDescriptor file(
       openat(directoryFd, fileName.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   if (!file.valid()) return {errno == ENOENT ? Slot::kAbsent : Slot::kUnreadable, {}};
   Data bytes;
   WipedOnExit wipeBytes(bytes);
-  Slot slot = readItemFile(file.get(), &bytes);
+  Slot slot = readItemFile(file.get(), directory + "/" + fileName, &bytes);
   if (slot != Slot::kItem) return {slot, {}};
   std::optional<StoredSecretItem> item = StoredSecretItem::decode(bytes);
   if (!item) return {Slot::kDamaged, {}};
@@ -197,7 +253,7 @@ void removeLeftovers(int directoryFd) {
   for (const std::string& name : leftovers) unlinkat(directoryFd, name.c_str(), 0);
 }
 
-enum class Action { kWrite, kDelete, kNotFound, kDuplicate, kIoError };
+enum class Action { kWrite, kDelete, kNotFound, kDuplicate, kIoError, kRefuse };
 
 // The table in the class comment.
 Action actionFor(bool adding, bool removing, Slot slot) {
@@ -212,8 +268,20 @@ Action actionFor(bool adding, bool removing, Slot slot) {
       return adding ? Action::kWrite : removing ? Action::kDelete : Action::kIoError;
     case Slot::kUnreadable:
       return Action::kIoError;
+    case Slot::kUntrusted:
+      return Action::kRefuse;
   }
   return Action::kIoError;
+}
+
+// The directory itself if it exists, else the nearest parent that does.
+std::string nearestExisting(std::string path) {
+  while (access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
+    const std::size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos) return ".";
+    path.resize(slash == 0 ? 1 : slash);
+  }
+  return path;
 }
 
 std::string homeDirectory() {
@@ -233,7 +301,8 @@ std::string homeDirectory() {
 
 }  // namespace
 
-FileSecretStore::FileSecretStore(std::string directory) : directory_(std::move(directory)) {}
+FileSecretStore::FileSecretStore(std::string directory, std::chrono::milliseconds lockTimeout)
+    : directory_(std::move(directory)), lockTimeout_(lockTimeout) {}
 
 std::string FileSecretStore::defaultDirectory() {
   std::string base;
@@ -250,7 +319,8 @@ std::string FileSecretStore::defaultDirectory() {
 
 std::int32_t FileSecretStore::find(const std::string& service, const std::string& account,
                                    Data* data) {
-  if (directory_.empty()) return kSecretStoreNotAvailable;
+  if (std::int32_t status = checkDirectoryName(directory_); status != kSecretStoreSuccess)
+    return status;
   if (!StoredSecretItem::isStorableName(service) || !StoredSecretItem::isStorableName(account))
     return kSecretStoreParameterError;
   std::string fileName = StoredSecretItem::fileNameFor(service, account);
@@ -259,7 +329,7 @@ std::int32_t FileSecretStore::find(const std::string& service, const std::string
   std::int32_t status = openDirectory(directory_, false, &directory);
   if (status != kSecretStoreSuccess) return status;
   // No lock: renames are atomic, so a reader sees a whole old or new file.
-  Lookup found = lookUp(directory.get(), fileName, service, account);
+  Lookup found = lookUp(directory.get(), directory_, fileName, service, account);
   switch (found.slot) {
     case Slot::kItem:
       if (data) {
@@ -274,6 +344,8 @@ std::int32_t FileSecretStore::find(const std::string& service, const std::string
     case Slot::kDamaged:
     case Slot::kUnreadable:
       return kSecretStoreIoError;
+    case Slot::kUntrusted:
+      return kStatusUntrusted;
   }
   return kSecretStoreIoError;
 }
@@ -292,9 +364,17 @@ std::int32_t FileSecretStore::remove(const std::string& service, const std::stri
   return write(Write::kRemove, service, account, nullptr);
 }
 
+std::int32_t FileSecretStore::lockItem(const std::string& service, const std::string& account,
+                                       std::chrono::milliseconds timeout, SecretStoreLock* lock) {
+  if (directory_.empty()) return kSecretStoreNotAvailable;
+  return IdentityLock::lockFile(directory_, IdentityLock::fileNameFor(service, account), timeout,
+                                lock);
+}
+
 std::int32_t FileSecretStore::write(Write kind, const std::string& service,
                                     const std::string& account, const Data* data) {
-  if (directory_.empty()) return kSecretStoreNotAvailable;
+  if (std::int32_t status = checkDirectoryName(directory_); status != kSecretStoreSuccess)
+    return status;
   if (!StoredSecretItem::isStorableName(service) || !StoredSecretItem::isStorableName(account))
     return kSecretStoreParameterError;
   Data contents;
@@ -306,19 +386,25 @@ std::int32_t FileSecretStore::write(Write kind, const std::string& service,
   std::string fileName = StoredSecretItem::fileNameFor(service, account);
   if (fileName.empty()) return kSecretStoreIoError;
 
-  std::lock_guard<std::mutex> threads(writerMutex());
+  const FileLock::Clock::time_point deadline = FileLock::Clock::now() + lockTimeout_;
+  // On the system clock the wait is pthread_mutex_timedlock, which
+  // ThreadSanitizer sees; on the steady clock it would be clocklock, which
+  // it does not, and every unlock would be reported as a misuse.
+  std::unique_lock<std::timed_mutex> threads(writerMutex(),
+                                             std::chrono::system_clock::now() + lockTimeout_);
+  if (!threads.owns_lock()) return lockTimedOut();
   FileDescriptor directory;
   std::int32_t status = openDirectory(directory_, kind == Write::kAdd, &directory);
   if (status != kSecretStoreSuccess) return status;
   if (!tightenMode(directory.get())) return kSecretStoreIoError;
-  std::optional<FileLock> processes = FileLock::acquire(directory.get(), kLockFileName);
-  if (!processes) return kSecretStoreIoError;
+  std::optional<FileLock> processes = FileLock::acquire(directory.get(), kLockFileName, deadline);
+  if (!processes) return errno == EWOULDBLOCK ? lockTimedOut() : kSecretStoreIoError;
   if (!leftoversRemoved_) {
     removeLeftovers(directory.get());
     leftoversRemoved_ = true;
   }
 
-  Lookup found = lookUp(directory.get(), fileName, service, account);
+  Lookup found = lookUp(directory.get(), directory_, fileName, service, account);
   OPENSSL_cleanse(found.data.data(), found.data.size());
   switch (actionFor(kind == Write::kAdd, kind == Write::kRemove, found.slot)) {
     case Action::kWrite:
@@ -331,8 +417,50 @@ std::int32_t FileSecretStore::write(Write kind, const std::string& service,
       return kSecretStoreDuplicateItem;
     case Action::kIoError:
       return kSecretStoreIoError;
+    case Action::kRefuse:
+      return kStatusUntrusted;
   }
   return kSecretStoreIoError;
+}
+
+// Every lock timeout is logged: each is a write that did not happen.
+std::int32_t FileSecretStore::lockTimedOut() const {
+  VelmorAuthorizationLogger::sharedLogger().log(
+      stringWithFormat("The file store in '%@' gave up a write: another writer held its lock for "
+                       "more than %ld ms.",
+                       directory_, static_cast<std::int64_t>(lockTimeout_.count())),
+      VelmorAuthorizationLogger::kLevelError);
+  return kSecretStoreNotAvailable;
+}
+
+SecretStoreCondition FileSecretStore::condition() {
+  if (directory_.empty()) {
+    return {kSecretStoreNotAvailable,
+            "No home directory was found, so the file store has nowhere to keep items."};
+  }
+  if (directory_.front() != '/') {
+    return {
+        kSecretStoreParameterError,
+        stringWithFormat("The file store's directory '%@' is not an absolute path.", directory_)};
+  }
+  const std::string existing = nearestExisting(directory_);
+  struct stat info;
+  if (stat(existing.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) ||
+      access(existing.c_str(), W_OK | X_OK) != 0) {
+    return {kSecretStoreIoError,
+            stringWithFormat("The file store's directory '%@' cannot be written.", directory_)};
+  }
+  if (existing == directory_ && (info.st_uid != geteuid() || (info.st_mode & 022) != 0)) {
+    return {kStatusUntrusted,
+            stringWithFormat("The file store's directory '%@' belongs to another user or others "
+                             "may write to it, so nothing in it can be trusted.",
+                             directory_)};
+  }
+  return {kSecretStoreSuccess, stringWithFormat("Items are kept in files in '%@'.", directory_)};
+}
+
+std::string FileSecretStore::description() const {
+  return stringWithFormat("files in '%@'", directory_);
 }
 
 }  // namespace velmor

@@ -1,10 +1,9 @@
-// Move-only owners for the GLib, GIO and libsecret handles the Secret
-// Service store holds, so that every early return releases what it took.
+// Move-only owners for the GLib and GIO handles the Secret Service store
+// holds, so that every early return releases what it took.
 #ifndef VELMOR_PLATFORM_GLIB_HANDLE_H_
 #define VELMOR_PLATFORM_GLIB_HANDLE_H_
 
 #include <gio/gio.h>
-#include <libsecret/secret.h>
 
 #include <utility>
 
@@ -52,8 +51,7 @@ template <typename T>
 void unrefObject(T* object) {
   g_object_unref(object);
 }
-inline void freeObjectList(GList* list) { g_list_free_full(list, g_object_unref); }
-inline void unrefSecretValue(SecretValue* value) { secret_value_unref(value); }
+inline void freeText(gchar* text) { g_free(text); }
 inline void destroySource(GSource* source) {
   g_source_destroy(source);
   g_source_unref(source);
@@ -64,9 +62,6 @@ inline void destroySource(GSource* source) {
 using ErrorHandle = GLibHandle<GError, g_error_free>;
 template <typename T>
 using ObjectHandle = GLibHandle<T, glib_release::unrefObject<T>>;
-// A list of SecretItem, each holding a reference, as libsecret's searches return them.
-using ItemListHandle = GLibHandle<GList, glib_release::freeObjectList>;
-using SecretValueHandle = GLibHandle<SecretValue, glib_release::unrefSecretValue>;
 using HashTableHandle = GLibHandle<GHashTable, g_hash_table_unref>;
 using VariantHandle = GLibHandle<GVariant, g_variant_unref>;
 using MainContextHandle = GLibHandle<GMainContext, g_main_context_unref>;

@@ -84,7 +84,7 @@ std::string canonicalHeaderName(std::string_view name) {
 }  // namespace
 
 HttpUrlResponse::HttpUrlResponse(Url url, std::int64_t statusCode, const HeaderFields& headerFields)
-    : url_(std::move(url)), statusCode_(statusCode) {
+    : url_(std::move(url)), statusCode_(statusCode), receivedFields_(headerFields) {
   for (const auto& field : headerFields) {
     auto same = std::find_if(headerFields_.begin(), headerFields_.end(), [&](const auto& kept) {
       return text::equalsIgnoringCase(kept.first, field.first);
@@ -108,6 +108,14 @@ std::optional<std::string> HttpUrlResponse::valueForHTTPHeaderField(std::string_
     if (text::equalsIgnoringCase(fieldName, name)) return value;
   }
   return std::nullopt;
+}
+
+std::vector<std::string> HttpUrlResponse::valuesForHTTPHeaderField(std::string_view name) const {
+  std::vector<std::string> values;
+  for (const auto& [fieldName, value] : receivedFields_) {
+    if (text::equalsIgnoringCase(fieldName, name)) values.push_back(value);
+  }
+  return values;
 }
 
 std::string HttpUrlResponse::localizedStringForStatusCode(std::int64_t statusCode) {

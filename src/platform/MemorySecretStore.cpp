@@ -1,5 +1,8 @@
 #include "velmor/MemorySecretStore.h"
 
+#include "platform/IdentityLock.h"
+#include "support/Format.h"
+
 namespace velmor {
 
 std::int32_t MemorySecretStore::find(const std::string& service, const std::string& account,
@@ -31,6 +34,22 @@ std::int32_t MemorySecretStore::remove(const std::string& service, const std::st
   std::lock_guard<std::mutex> lock(mutex_);
   return items_.erase({service, account}) ? kSecretStoreSuccess : kSecretStoreItemNotFound;
 }
+
+std::int32_t MemorySecretStore::lockItem(const std::string& service, const std::string& account,
+                                         std::chrono::milliseconds timeout, SecretStoreLock* lock) {
+  // Named by this store as well: another store's item of these names is
+  // another item.
+  return IdentityLock::lockInProcess(
+      stringWithFormat("%p", static_cast<const void*>(this)) + '\0' + service + '\0' + account,
+      timeout, lock);
+}
+
+SecretStoreCondition MemorySecretStore::condition() {
+  return {kSecretStoreSuccess,
+          "Items are kept in this process's memory only and are gone when it ends."};
+}
+
+std::string MemorySecretStore::description() const { return "memory"; }
 
 std::size_t MemorySecretStore::itemCount() const {
   std::lock_guard<std::mutex> lock(mutex_);

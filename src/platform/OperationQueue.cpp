@@ -19,7 +19,11 @@ namespace velmor {
 namespace {
 
 void logError(const std::string& message) {
-  VelmorAuthorizationLogger::sharedLogger().log(message, VelmorAuthorizationLogger::kLevelError);
+  // A worker must outlive a logger delegate that throws as well.
+  try {
+    VelmorAuthorizationLogger::sharedLogger().log(message, VelmorAuthorizationLogger::kLevelError);
+  } catch (...) {
+  }
 }
 
 }  // namespace
@@ -228,6 +232,8 @@ void OperationQueue::waitUntilAllOperationsAreFinished() {
   MutexLock lock(state_->mutex);
   while (state_->count > 0) state_->drained.wait(state_->mutex);
 }
+
+bool OperationQueue::isCurrentQueue() const { return servedQueueState == state_.get(); }
 
 std::int64_t OperationQueue::maxConcurrentOperationCount() const {
   MutexLock lock(state_->mutex);

@@ -110,10 +110,15 @@ std::optional<Url> Url::withString(std::string_view text) {
 
 std::optional<Url> Url::withString(std::string_view relative, const Url& base) {
   if (!hasOnlyUrlCharacters(relative)) return std::nullopt;
-  if (relative.empty()) return base;
   if (schemeLength(relative) != 0) return withString(relative);
-  CurlUrlHandle handle = parseHierarchical(base.absoluteString());
+  // The base's fragment names a place within its page (a hash-routed
+  // "#/a/b" as often as not): it must neither lend its slashes to the path
+  // nor swallow the query that follows, and it is never part of the result.
+  const std::string& baseText = base.absoluteString();
+  if (relative.empty()) return withString(std::string_view(baseText).substr(0, baseText.find('#')));
+  CurlUrlHandle handle = parseHierarchical(baseText);
   if (!handle) return std::nullopt;
+  if (curl_url_set(handle.get(), CURLUPART_FRAGMENT, nullptr, 0) != CURLUE_OK) return std::nullopt;
   std::string copy(relative);
   if (curl_url_set(handle.get(), CURLUPART_URL, copy.c_str(), kParseFlags) != CURLUE_OK) {
     return std::nullopt;

@@ -13,6 +13,8 @@ namespace {
 std::string description(std::int64_t code, const Url& url, std::size_t maxBodyBytes) {
   const std::string host = url.host().value_or("");
   switch (code) {
+    case url_error::kCancelled:
+      return "cancelled";
     case url_error::kBadURL:
       return "bad URL";
     case url_error::kTimedOut:

@@ -15,6 +15,7 @@ inline constexpr const char* kNSURLErrorDomain = "NSURLErrorDomain";
 
 // The platform's codes in "NSURLErrorDomain" that the client answers.
 namespace url_error {
+inline constexpr std::int64_t kCancelled = -999;
 inline constexpr std::int64_t kUnknown = -1;
 inline constexpr std::int64_t kBadURL = -1000;
 inline constexpr std::int64_t kTimedOut = -1001;

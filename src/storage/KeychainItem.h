@@ -8,6 +8,7 @@
 
 #include "velmor/Data.h"
 #include "velmor/Error.h"
+#include "velmor/SecretStore.h"
 
 namespace velmor {
 
@@ -17,10 +18,18 @@ namespace velmor {
 // code is the store's status and whose text names the keychain call that
 // failed ("SecKeychainFindGenericPassword", "SecKeychainAddGenericPassword",
 // "SecKeychainItemModifyContent", "SecKeychainItemDelete"); nothing throws.
+//
+// An item keeps the store's handle on what it found or added, so updating
+// or deleting it costs no second search; the store still acts by name when
+// the item was replaced meanwhile. A store that answers "locked"
+// (kSecretStoreInteractionNotAllowed) gets its condition logged at level 1,
+// once until it next answers normally.
+//
 // Instances share no state; the store serialises the calls.
 class KeychainItem final {
  public:
-  KeychainItem(std::string serviceName, std::string accountName, Data itemData);
+  KeychainItem(std::shared_ptr<SecretStore> store, std::unique_ptr<SecretStoreItem> handle,
+               Data itemData);
 
   // The item with a copy of its data, or nullptr. A missing item is not an
   // error: `*error` is left untouched, so callers can tell absence from
@@ -35,23 +44,26 @@ class KeychainItem final {
                                                           const Data& data,
                                                           std::int64_t accessLevel,
                                                           ErrorRef* error);
-  // Deletes the item if it can be found; a failed search is dropped.
+  // Deletes whatever lies under the names. When the search fails (a damaged
+  // item, a locked store) the store is still asked to remove it, and its
+  // refusal is the error; only a missing item is silently nothing.
   static ErrorRef deleteKeychainItemWithServiceName(const std::string& serviceName,
                                                     const std::string& accountName);
 
-  // Replaces the stored data; an item that is gone is an error.
+  // Replaces the stored data; an item that is gone is an error
+  // ("SecKeychainFindGenericPassword", -25300).
   ErrorRef updateData(const Data& data, std::int64_t accessLevel);
   // Deletes the item; an item that is already gone counts as deleted.
   ErrorRef deleteItem();
 
-  const std::string& serviceName() const { return serviceName_; }
-  const std::string& accountName() const { return accountName_; }
+  const std::string& serviceName() const { return handle_->service(); }
+  const std::string& accountName() const { return handle_->account(); }
   const Data& itemData() const { return itemData_; }
   const Data& data() const { return itemData_; }
 
  private:
-  std::string serviceName_;
-  std::string accountName_;
+  std::shared_ptr<SecretStore> store_;
+  std::unique_ptr<SecretStoreItem> handle_;
   Data itemData_;
 };
 

@@ -36,7 +36,11 @@ CryptorStatus Pbkdf2Context::derive(std::string_view password, const Data& salt,
                                     std::uint64_t roundCount, Data& key) {
   // OpenSSL's parameter records take mutable pointers but only read them.
   // The iteration count is 64-bit here, so every 32-bit round count fits.
+  // PKCS #5 mode: the stored records carry 8-byte salts, which the
+  // SP 800-132 checks of a FIPS provider (16 bytes at least) would refuse.
+  int pkcs5Mode = 1;
   const OSSL_PARAM params[] = {
+      OSSL_PARAM_construct_int(OSSL_KDF_PARAM_PKCS5, &pkcs5Mode),
       OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_PASSWORD, const_cast<char*>(password.data()),
                                         password.size()),
       OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_SALT, const_cast<std::uint8_t*>(salt.data()),

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 #include <string>
 
 #include "velmor/Data.h"
@@ -51,6 +52,23 @@ CryptorStatus PbkdfCalibration::calibrate(Pbkdf2Context& context, std::size_t pa
     }
     rounds = nextTrialRounds(rounds, elapsed);
   }
+}
+
+std::uint32_t PbkdfCalibration::storedRoundCountCeiling() {
+  // The lengths of a passcode store's derivation; the cost hardly depends
+  // on them.
+  constexpr std::size_t kPasswordLength = 16, kSaltLength = 8, kKeyLength = 32;
+  static const std::uint32_t ceiling = [] {
+    std::optional<Pbkdf2Context> context = Pbkdf2Context::create();
+    std::uint32_t calibrated = 0;
+    if (!context || calibrate(*context, kPasswordLength, kSaltLength, kKeyLength, kTargetDuration,
+                              &calibrated) != CryptorStatus::kSuccess) {
+      return static_cast<std::uint32_t>(kMaxRounds);
+    }
+    return static_cast<std::uint32_t>(
+        std::min<std::uint64_t>(kMaxRounds, std::uint64_t{kStoredRoundCountFactor} * calibrated));
+  }();
+  return ceiling;
 }
 
 std::uint32_t PbkdfCalibration::scaledRoundCount(std::uint64_t trialRounds,

@@ -10,8 +10,10 @@
 #include "platform/VAErrorHandler.h"
 #include "storage/CryptoUtility.h"
 #include "storage/KeychainItem.h"
+#include "storage/PbkdfCalibration.h"
 #include "storage/SecureStoreRecord.h"
 #include "support/Format.h"
+#include "support/LogSecret.h"
 #include "velmor/Exception.h"
 #include "velmor/VelmorAuthorizationError.h"
 #include "velmor/VelmorAuthorizationLogger.h"
@@ -40,15 +42,9 @@ void logCall(std::string_view method, const std::vector<LogArgument>& arguments 
   logger().logMethod(method, arguments);
 }
 
-// Secrets show in clear only to an application that asked for level 5.
-bool showsSecrets() { return logger().isLoggable(VelmorAuthorizationLogger::kLevelSensitive); }
-
-LogArgument passcodeArgument(const std::optional<std::string>& passcode) {
-  return LogArgument::object(showsSecrets() ? passcode : std::optional<std::string>("***"));
-}
-
-LogArgument objectArgument(const Value& object) {
-  return LogArgument::object(showsSecrets() ? object.description() : "<redacted>");
+// Made in clear only when a line with secrets in clear is written.
+LogArgument secretArgument(const LogSecret& secret) {
+  return LogArgument::object(secret.text(LogSecret::shownInClear()));
 }
 
 const Data* bytesIn(const Dictionary& dictionary, std::string_view key) {
@@ -93,6 +89,18 @@ bool sameBytes(const Data& a, const Data& b) {
 // have always found it.
 void reportMissing(const char* what) {
   VAErrorHandler::handleError(*VelmorAuthorizationError::errorWithDomain(what, -1, std::nullopt));
+}
+
+// Deriving with such a count would take hours: the record was damaged or
+// written to keep its reader busy.
+void reportExcessiveRoundCount(std::uint32_t roundCount) {
+  VAErrorHandler::handleError(VelmorAuthorizationError(
+      "Excessive RoundCount", -1,
+      stringWithFormat("The stored RoundCount, %u, is more than %u times what this machine "
+                       "derives in %ld ms; the passcode is not checked.",
+                       roundCount, PbkdfCalibration::kStoredRoundCountFactor,
+                       static_cast<std::int64_t>(PbkdfCalibration::kTargetDuration.count())),
+      std::nullopt));
 }
 
 }  // namespace
@@ -141,7 +149,8 @@ std::int64_t VelmorSimpleSecureStore::passcodeInputType() {
 }
 
 bool VelmorSimpleSecureStore::checkPasscode(const std::string& passcode) {
-  logCall("-[VelmorSimpleSecureStore checkPasscode:]", {passcodeArgument(passcode)});
+  logCall("-[VelmorSimpleSecureStore checkPasscode:]",
+          {secretArgument(LogSecret(LogSecret::Kind::kPasscode, passcode))});
   Data key;
   const bool valid = validatePasscode(passcode, &key);
   cleanseData(key);
@@ -150,7 +159,8 @@ bool VelmorSimpleSecureStore::checkPasscode(const std::string& passcode) {
 }
 
 bool VelmorSimpleSecureStore::unlock(const std::string& passcode) {
-  logCall("-[VelmorSimpleSecureStore unlock:]", {passcodeArgument(passcode)});
+  logCall("-[VelmorSimpleSecureStore unlock:]",
+          {secretArgument(LogSecret(LogSecret::Kind::kPasscode, passcode))});
   if (aesEncryptionKey_) return true;
   Data key;
   if (validatePasscode(passcode, &key)) {
@@ -169,7 +179,8 @@ bool VelmorSimpleSecureStore::lock() {
 }
 
 bool VelmorSimpleSecureStore::changePasscode(const std::optional<std::string>& passcode) {
-  logCall("-[VelmorSimpleSecureStore changePasscode:]", {passcodeArgument(passcode)});
+  logCall("-[VelmorSimpleSecureStore changePasscode:]",
+          {secretArgument(LogSecret(LogSecret::Kind::kPasscode, passcode))});
   if (!isUnlocked()) return false;
   // Read while the old key is still held; it is saved again under the new one.
   std::optional<Value> object = loadObject();
@@ -194,7 +205,8 @@ bool VelmorSimpleSecureStore::changePasscode(const std::optional<std::string>& p
 }
 
 bool VelmorSimpleSecureStore::saveObject(const Value& object) {
-  logCall("-[VelmorSimpleSecureStore saveObject:]", {objectArgument(object)});
+  logCall("-[VelmorSimpleSecureStore saveObject:]",
+          {secretArgument(LogSecret(LogSecret::Kind::kApplicationObject, object))});
   if (!isUnlocked()) return false;
   Data archive = SecureStoreRecord::archiveSingleObject(object);
   Dictionary dictionary = retrieveDataDictionary().value_or(
@@ -271,6 +283,10 @@ bool VelmorSimpleSecureStore::validatePasscode(const std::string& passcode, Data
   std::optional<std::uint32_t> roundCount = roundCountIn(*dictionary);
   if (!roundCount) {
     reportMissing("Missing RoundCount");
+    return false;
+  }
+  if (*roundCount > PbkdfCalibration::storedRoundCountCeiling()) {
+    reportExcessiveRoundCount(*roundCount);
     return false;
   }
   std::uint32_t usedRoundCount = 0;

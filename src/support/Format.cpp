@@ -9,6 +9,8 @@ namespace velmor {
 namespace {
 
 constexpr std::string_view kNullText = "(null)";
+// A null pointer as the platform prints it: "0x%p" of nothing reads "0x0x0".
+constexpr std::string_view kNullPointerText = "0x0";
 
 // One parsed conversion: everything between "%" and the conversion letter.
 struct Conversion {
@@ -83,7 +85,11 @@ void appendConversion(std::string& out, const Conversion& conversion, const Form
       out += text::toUtf8(std::u16string(1, static_cast<char16_t>(arg.asUnsigned())));
       break;
     case 'p':
-      appendPrintf(out, conversion, "", arg.asPointer());
+      if (arg.asPointer() == nullptr) {
+        out += kNullPointerText;
+      } else {
+        appendPrintf(out, conversion, "", arg.asPointer());
+      }
       break;
     case 'f':
     case 'F':
@@ -131,6 +137,7 @@ std::string FormatArg::text() const {
     case Kind::kUnichar:
       return text::toUtf8(std::u16string(1, static_cast<char16_t>(unsigned_)));
     case Kind::kPointer: {
+      if (pointer_ == nullptr) return std::string(kNullPointerText);
       char buffer[32];
       std::snprintf(buffer, sizeof buffer, "%p", pointer_);
       return buffer;

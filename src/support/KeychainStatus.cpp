@@ -28,9 +28,11 @@ constexpr StatusMessage kStatusMessages[] = {
     {-25295, "The specified keychain is not a valid keychain file."},
     {-25299, "The specified item already exists in the keychain."},
     {-25300, "The specified item could not be found in the keychain."},
-    {-25308, "User interaction is not allowed."},
+    // What the secret stores mean by it: the keyring would have to be unlocked first.
+    {-25308, "The keyring is locked, or there is no default keyring."},
     {-26275, "Unable to decode the provided data."},
     {-34018, "A required entitlement isn't present."},
+    {100060, "Operation timed out."},
 };
 
 }  // namespace

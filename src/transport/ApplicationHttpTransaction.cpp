@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <typeinfo>
+#include <vector>
 
 #include "support/AuthorizationServerErrorParser.h"
 #include "transport/BearerChallenge.h"
@@ -18,6 +19,13 @@ constexpr char kWwwAuthenticateHeader[] = "WWW-Authenticate";
 ErrorRef invalidOperationError() {
   return VelmorAuthorizationError::errorWithDomain(AuthorizationClientErrorDomain,
                                                    kClientErrorInvalidOperation, std::nullopt);
+}
+
+// A subclass would not count: its class says it is something else.
+bool startsWithBearerChallenge(const WwwAuthenticateHeaderData& header) {
+  if (header.challenges().empty()) return false;
+  const WwwAuthenticateChallenge& first = *header.challenges().front();
+  return typeid(first) == typeid(BearerChallenge);
 }
 
 }  // namespace
@@ -48,19 +56,36 @@ ErrorRef ApplicationHttpTransaction::handleAuthorizationFailureResponse(
   if (!header || header->empty()) return invalidOperationError();
 
   ErrorRef parseError;
-  const std::shared_ptr<WwwAuthenticateHeaderData> parsed =
+  std::shared_ptr<WwwAuthenticateHeaderData> parsed =
       WwwAuthenticateHeaderParser::parse(header, &parseError);
+  if (!parsed) parsed = bearerChallengeLine(*response);
   if (!parsed) return parseError;
-  if (parsed->challenges().empty()) return invalidOperationError();
   // Only the first challenge counts, and only when it is exactly a Bearer one.
+  if (!startsWithBearerChallenge(*parsed)) return invalidOperationError();
   const WwwAuthenticateChallenge& challenge = *parsed->challenges().front();
-  if (typeid(challenge) != typeid(BearerChallenge)) return invalidOperationError();
 
   const Dictionary& attributes = challenge.attributeNameValuePairs();
   auto serverErrorResponse = std::make_shared<ServerErrorResponse>(attributes);
   const std::int64_t code = AuthorizationServerErrorParser::parse(serverErrorResponse->error());
   forgetAccessTokenRefusedWith(response->statusCode(), code);
   return std::make_shared<VelmorAuthorizationError>(response, std::move(serverErrorResponse), code);
+}
+
+// Servers that offer several schemes send one line each ("Basic realm=..."
+// and "Bearer error=..."), which the joined value mixes into one challenge
+// the parser cannot read. Each line alone is one challenge; the first Bearer
+// one is the refusal of the token.
+std::shared_ptr<WwwAuthenticateHeaderData> ApplicationHttpTransaction::bearerChallengeLine(
+    const HttpUrlResponse& response) {
+  const std::vector<std::string> lines = response.valuesForHTTPHeaderField(kWwwAuthenticateHeader);
+  if (lines.size() < 2) return nullptr;
+  for (const std::string& line : lines) {
+    ErrorRef ignored;
+    std::shared_ptr<WwwAuthenticateHeaderData> parsed =
+        WwwAuthenticateHeaderParser::parse(line, &ignored);
+    if (parsed && startsWithBearerChallenge(*parsed)) return parsed;
+  }
+  return nullptr;
 }
 
 void ApplicationHttpTransaction::forgetAccessTokenRefusedWith(
@@ -71,10 +96,9 @@ void ApplicationHttpTransaction::forgetAccessTokenRefusedWith(
   const bool underScoped =
       statusCode == 403 && authorizationServerError == kServerErrorInsufficientScope;
   if (!expired && !underScoped) return;
-  SecureData& record = *secureData();
-  record.setAccessToken(std::nullopt);
-  record.setAccessTokenValidStartDateTime(std::nullopt);
-  record.setAccessTokenValidEndDateTime(std::nullopt);
+  // One write, so that a refresh storing new tokens meanwhile comes wholly
+  // before or wholly after it.
+  secureData()->deleteAccessTokenEntries();
 }
 
 }  // namespace velmor

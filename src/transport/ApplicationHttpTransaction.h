@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "transport/HttpTransaction.h"
+#include "transport/WwwAuthenticateHeaderData.h"
 #include "velmor/Error.h"
 #include "velmor/HttpUrlResponse.h"
 #include "velmor/Value.h"
@@ -41,6 +42,9 @@ class ApplicationHttpTransaction final : public HttpTransaction {
   //   (or its "WWW-Authenticate") is missing or empty, holds no challenge,
   //   or its first challenge is not a Bearer one;
   // - the parser's server-domain error (code 1) for a malformed header;
+  //   but when the joined value is malformed and the field came in several
+  //   lines, the first line that alone holds a Bearer challenge is handled
+  //   as if it had come alone;
   // - otherwise a server-domain error coded by the challenge's "error"
   //   attribute (-1 for other texts or none), carrying the response and its
   //   "error", "error_description" and "error_uri" attributes as a server
@@ -48,6 +52,8 @@ class ApplicationHttpTransaction final : public HttpTransaction {
   ErrorRef handleAuthorizationFailureResponse(const std::shared_ptr<HttpUrlResponse>& response);
 
  private:
+  static std::shared_ptr<WwwAuthenticateHeaderData> bearerChallengeLine(
+      const HttpUrlResponse& response);
   void forgetAccessTokenRefusedWith(std::int64_t statusCode, std::int64_t authorizationServerError);
 };
 

@@ -107,7 +107,10 @@ std::optional<Data> HttpRequestSender::send(const std::string& requestName, cons
   request.method = verb;
   request.body = body;
 
-  logRequest(requestName, url, verb, dictionaryOf(request.headerFields), body);
+  // The fields hold the client credentials: copied only for a line that is written.
+  if (VelmorAuthorizationLogger::sharedLogger().isLoggable(VelmorAuthorizationLogger::kLevelInfo)) {
+    logRequest(requestName, url, verb, dictionaryOf(request.headerFields), body);
+  }
   HttpResult result = client_->send(request);
   logResponse(requestName, result.error, result.response, result.body);
 
@@ -120,11 +123,13 @@ void HttpRequestSender::logRequest(const std::string& requestName, const Url& ur
                                    const std::string& verb, const Dictionary& headers,
                                    const Data& content) {
   VelmorAuthorizationLogger& logger = VelmorAuthorizationLogger::sharedLogger();
+  // The body holds passwords and tokens: no copy of it unless a line is written.
+  if (!logger.isLoggable(VelmorAuthorizationLogger::kLevelInfo)) return;
   const std::optional<std::string> text = HttpUtility::stringFromUtf8Data(content);
   if (logger.isLoggable(VelmorAuthorizationLogger::kLevelSensitive)) {
     logger.log(stringWithFormat(kRequestLog, requestName, url, verb, headers, text),
                VelmorAuthorizationLogger::kLevelSensitive);
-  } else if (logger.isLoggable(VelmorAuthorizationLogger::kLevelInfo)) {
+  } else {
     logger.log(stringWithFormat(kRedactedRequestLog, requestName, url, verb,
                                 redactAuthorizationHeader(headers), stars(text)),
                VelmorAuthorizationLogger::kLevelInfo);

@@ -164,6 +164,11 @@ std::optional<Dictionary> HttpTransaction::readJsonContent(const HttpUrlResponse
   return object != nullptr ? *object : Dictionary();
 }
 
+void HttpTransaction::discardRejectedGrant() {
+  // The grant is gone but the client registration still stands.
+  secureData_->deleteTokenEntries();
+}
+
 void HttpTransaction::discardCredentialsRejectedBy(std::int64_t authorizationServerError) {
   switch (authorizationServerError) {
     case kServerErrorInvalidClient:
@@ -172,13 +177,7 @@ void HttpTransaction::discardCredentialsRejectedBy(std::int64_t authorizationSer
       secureData_->deleteAll();
       break;
     case kServerErrorInvalidGrant:
-      // The grant is gone but the client registration still stands.
-      secureData_->deleteAccessToken();
-      secureData_->deleteAccessTokenValidStartDateTime();
-      secureData_->deleteAccessTokenValidEndDateTime();
-      secureData_->deleteRefreshToken();
-      secureData_->deleteRefreshTokenValidStartDateTime();
-      secureData_->deleteRefreshTokenValidEndDateTime();
+      discardRejectedGrant();
       break;
     default:
       break;

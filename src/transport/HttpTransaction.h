@@ -66,8 +66,8 @@ class HttpTransaction : public HttpTransactionProtocol {
   // Reads the body as a server error answer and returns it as a server-domain
   // error coded by its "error" text. "invalid_client" and
   // "unauthorized_client" delete the whole credential record,
-  // "invalid_grant" the tokens and their validity dates. An unreadable body
-  // gives the parse error and deletes nothing.
+  // "invalid_grant" what discardRejectedGrant says. An unreadable body gives
+  // the parse error and deletes nothing.
   ErrorRef parseAndHandleResponseContent(const std::optional<Data>& content);
 
   // A JSON answer is checked and read as a server error; anything else
@@ -83,6 +83,10 @@ class HttpTransaction : public HttpTransactionProtocol {
   std::string clientBasicAuthorizationHeader() const;
 
  protected:
+  // What an "invalid_grant" answer throws away: here the tokens and their
+  // validity dates, in one write.
+  virtual void discardRejectedGrant();
+
   // Fills generateRequest's out-parameters for a request to `path` resolved
   // against `baseUrl`, and returns `form` as the body.
   static Data formRequest(const Url& baseUrl, std::string_view path, Dictionary requestHeaders,

@@ -13,11 +13,16 @@ constexpr char kRefreshGrant[] = "grant_type=refresh_token&refresh_token=%@";
 Data RefreshAccessTokenTransaction::generateRequest(const Url& baseUrl,
                                                     std::optional<Url>* completeUrl,
                                                     Dictionary* headers, std::string* verb) {
-  const std::string refreshToken = secureData()->refreshToken().value_or("");
+  sentRefreshToken_ = secureData()->refreshToken();
   const std::string form =
-      stringWithFormat(kRefreshGrant, HttpUtility::escapeDataString(refreshToken)) +
+      stringWithFormat(kRefreshGrant,
+                       HttpUtility::escapeDataString(sentRefreshToken_.value_or(""))) +
       scopeParameter();
   return tokenRequest(baseUrl, form, completeUrl, headers, verb);
+}
+
+void RefreshAccessTokenTransaction::discardRejectedGrant() {
+  superseded_ = !secureData()->deleteTokenEntriesIfRefreshTokenIs(sentRefreshToken_);
 }
 
 }  // namespace velmor

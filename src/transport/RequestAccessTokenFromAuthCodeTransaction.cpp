@@ -7,6 +7,7 @@ namespace velmor {
 namespace {
 
 constexpr char kAuthorizationCodeGrant[] = "grant_type=authorization_code&code=%@&redirect_uri=%@";
+constexpr char kCodeVerifierParameter[] = "&code_verifier=%@";
 
 }  // namespace
 
@@ -17,8 +18,11 @@ Data RequestAccessTokenFromAuthCodeTransaction::generateRequest(const Url& baseU
   const std::string redirect = redirectUrl_ ? redirectUrl_->absoluteString() : std::string();
   // The code goes in as it was received, deliberately not escaped: the
   // token endpoint has always been sent it that way.
-  const std::string form = stringWithFormat(kAuthorizationCodeGrant, authorizationCode_,
-                                            HttpUtility::escapeDataString(redirect));
+  std::string form = stringWithFormat(kAuthorizationCodeGrant, authorizationCode_,
+                                      HttpUtility::escapeDataString(redirect));
+  if (codeVerifier_) {
+    form += stringWithFormat(kCodeVerifierParameter, HttpUtility::escapeDataString(*codeVerifier_));
+  }
   return tokenRequest(baseUrl, form, completeUrl, headers, verb);
 }
 

@@ -12,8 +12,9 @@ namespace velmor {
 
 // The form is "grant_type=authorization_code&code=<code>&redirect_uri=<url>":
 // the code exactly as received, deliberately not escaped, and the
-// redirect URL's absolute text escaped (empty when none is set). Responses
-// are handled as for every token request.
+// redirect URL's absolute text escaped (empty when none is set), then
+// "&code_verifier=<verifier>" (escaped) when the sign-in carried a proof-key
+// challenge. Responses are handled as for every token request.
 class RequestAccessTokenFromAuthCodeTransaction final : public RequestAccessTokenTransaction {
  public:
   using RequestAccessTokenTransaction::RequestAccessTokenTransaction;
@@ -23,6 +24,9 @@ class RequestAccessTokenFromAuthCodeTransaction final : public RequestAccessToke
   // The redirect URL the sign-in request named; the server checks they match.
   const std::optional<Url>& redirectUrl() const { return redirectUrl_; }
   void setRedirectUrl(std::optional<Url> url) { redirectUrl_ = std::move(url); }
+  // The proof key's verifier when the sign-in request carried a challenge.
+  const std::optional<std::string>& codeVerifier() const { return codeVerifier_; }
+  void setCodeVerifier(std::optional<std::string> verifier) { codeVerifier_ = std::move(verifier); }
 
   Data generateRequest(const Url& baseUrl, std::optional<Url>* completeUrl, Dictionary* headers,
                        std::string* verb) override;
@@ -30,6 +34,7 @@ class RequestAccessTokenFromAuthCodeTransaction final : public RequestAccessToke
  private:
   std::string authorizationCode_;
   std::optional<Url> redirectUrl_;
+  std::optional<std::string> codeVerifier_;
 };
 
 }  // namespace velmor

@@ -76,6 +76,10 @@ ErrorRef RequestAccessTokenTransaction::handleResponse(
   if (!parsed) return error;
   RequestAccessTokenResponse answer(std::move(*parsed));
   if (ErrorRef invalid = validateRequestAccessTokenResponse(answer)) return invalid;
+  // The tokens and their dates go in as one change: no other writer of the
+  // record comes between them.
+  SecretStoreLock lock;
+  if (ErrorRef unstored = secureData()->lockRecord(&lock)) return unstored;
   storeTokens(answer);
   return nullptr;
 }

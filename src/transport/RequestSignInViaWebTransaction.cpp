@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "storage/ProofKey.h"
 #include "support/AuthorizationServerErrorParser.h"
 #include "support/Format.h"
 #include "support/Text.h"
@@ -18,6 +19,7 @@ constexpr char kSignInParameters[] = "response_type=code&client_id=%@&redirect_u
 constexpr char kScopeParameter[] = "&scope=%@";
 constexpr char kStateParameter[] = "&state=%@";
 constexpr char kExtraParameter[] = "&%@=%@";
+constexpr char kChallengeParameters[] = "&code_challenge=%@&code_challenge_method=%s";
 constexpr char kMissingResponseValueKey[] = "Missing response value";
 
 bool isPresentAndNonEmpty(const std::optional<std::string>& value) {
@@ -68,6 +70,7 @@ RequestSignInViaWebTransaction::RequestSignInViaWebTransaction(
 std::optional<HttpRequest> RequestSignInViaWebTransaction::generateRequest(const Url& baseUrl,
                                                                            const Url& redirectUrl) {
   lastGeneratedState_ = newState();
+  codeVerifier_ = usesPkce_ ? std::optional(ProofKey::generateCodeVerifier()) : std::nullopt;
   std::optional<Url> signInUrl =
       Url::withString(signInQuery(baseUrl, redirectUrl, *lastGeneratedState_), baseUrl);
   if (!signInUrl) return std::nullopt;
@@ -98,6 +101,12 @@ std::string RequestSignInViaWebTransaction::signInQuery(const Url& baseUrl, cons
       query += stringWithFormat(kExtraParameter, HttpUtility::escapeDataString(key),
                                 HttpUtility::escapeDataString(parameterText(value)));
     }
+  }
+  // Base64url text: nothing to escape.
+  if (codeVerifier_) {
+    query +=
+        stringWithFormat(kChallengeParameters, ProofKey::codeChallengeForVerifier(*codeVerifier_),
+                         ProofKey::kChallengeMethod);
   }
   return query;
 }

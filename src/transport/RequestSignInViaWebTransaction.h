@@ -27,7 +27,8 @@ namespace velmor {
 // redirect_uri=<redirect URL>", "&scope=<scopes>" when scopes are set,
 // "&state=<state>" and "&<key>=<value>" for each extra parameter in key
 // order; every value but the state is escaped with HttpUtility. Without a
-// client id the parameter reads "client_id=(null)".
+// client id the parameter reads "client_id=(null)". With the proof key on,
+// "&code_challenge=<challenge>&code_challenge_method=S256" ends the query.
 //
 // Holds the credential record shared with the client; reads its client id
 // and deletes the whole record when the redirect says the server does not
@@ -49,6 +50,14 @@ class RequestSignInViaWebTransaction final {
   void setExtraParameters(std::optional<Dictionary> parameters) {
     extraParameters_ = std::move(parameters);
   }
+  // Whether requests carry a proof-key challenge (RFC 7636, S256); off
+  // unless set.
+  bool usesPkce() const { return usesPkce_; }
+  void setUsesPkce(bool uses) { usesPkce_ = uses; }
+  // The code verifier behind the last request's challenge, for the code
+  // exchange that completes it; absent when the request carried none. A
+  // secret: it lives here only and is never stored.
+  const std::optional<std::string>& codeVerifier() const { return codeVerifier_; }
   // The state of the last request built: 32 lower-case hex digits (a fresh
   // version-4 UUID without its hyphens). Absent before the first request.
   const std::optional<std::string>& lastGeneratedState() const { return lastGeneratedState_; }
@@ -60,7 +69,8 @@ class RequestSignInViaWebTransaction final {
   // fresh "velmor_tid" (a lower-case hyphenated UUID); the loader's own
   // rules (no cache, its timeout) apply, and the browser view adds its own
   // headers. Nothing when the URL cannot be resolved against `baseUrl`
-  // (an opaque base such as "urn:x"); a new state is stored either way.
+  // (an opaque base such as "urn:x"); a new state (and verifier) is stored
+  // either way.
   std::optional<HttpRequest> generateRequest(const Url& baseUrl, const Url& redirectUrl);
 
   // Reads the redirect's query. On success returns nullptr and sets the
@@ -87,6 +97,8 @@ class RequestSignInViaWebTransaction final {
   std::optional<Scopes> scopes_;
   std::optional<Dictionary> extraParameters_;
   std::optional<std::string> lastGeneratedState_;
+  bool usesPkce_ = false;
+  std::optional<std::string> codeVerifier_;
 };
 
 }  // namespace velmor

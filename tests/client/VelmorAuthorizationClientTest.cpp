@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,10 +13,12 @@
 
 #include "client/BusyTimerThread.h"
 #include "client/SignOutCounter.h"
+#include "storage/ProofKey.h"
 #include "storage/SecureData.h"
 #include "testing/FakeHttpClient.h"
 #include "testing/RecordingLoggerDelegate.h"
 #include "testing/ScopedSecretStore.h"
+#include "transport/HttpUtility.h"
 #include "velmor/Exception.h"
 #include "velmor/MemorySecretStore.h"
 #include "velmor/VelmorAuthorizationError.h"
@@ -191,11 +194,23 @@ TEST_F(VelmorAuthorizationClientTest, SignInLinesShowSecretsOnlyAtTheSensitiveLe
        "**...**", "c1",
        "-[VelmorAuthorizationClient signInAsyncWithAuthorizationCode:redirectUrl:queue:"
        "completion:] authorizationCode: '{}' redirectUrl: 'https://app/cb' queue: '(null)'"},
+      {[&] {
+         client->signInWithAuthorizationCode("c1", Url::withString("https://app/cb"), " ", &error);
+       },
+       "**...**", "c1",
+       "-[VelmorAuthorizationClient signInWithAuthorizationCode:redirectUrl:codeVerifier:error:] "
+       "authorizationCode: '{}' redirectUrl: 'https://app/cb' codeVerifier: '{v}' error: "
+       "'0x" +
+           pointerText(&error) + "'"},
   };
   for (const bool sensitive : {false, true}) {
     for (const auto& c : cases) {
       std::string expected = (sensitive ? "SENSITIVE\t" : "INFO\t") + c.line;
       expected.replace(expected.find("{}"), 2, sensitive ? c.clear : c.starred);
+      // The blank verifier that makes the last call throw.
+      if (const std::size_t at = expected.find("{v}"); at != std::string::npos) {
+        expected.replace(at, 3, sensitive ? " " : "**...**");
+      }
       SCOPED_TRACE(expected);
       test::RecordingLoggerDelegate log;
       test::ScopedLogger scoped(sensitive ? 5 : 3, &log);
@@ -231,12 +246,164 @@ TEST_F(VelmorAuthorizationClientTest, OtherMembersLogTheirCallWithEveryArgument)
             (std::vector<std::string>{
                 "INFO\t-[VelmorAuthorizationClient initWithAuthorizationServerBaseUrl: "
                 "'https://auth.example/api/' appToken: 'app-token' encryptionKey: "
-                "'<010203ff 05>' authorizedIdentitySlot: '3']",
+                "'***' authorizedIdentitySlot: '3']",
                 "INFO\t-[VelmorAuthorizationClient setAlwaysSendClientContext: '1']",
                 "INFO\t-[VelmorAuthorizationClient refreshTokenExpired:]",
                 "INFO\t+[VelmorAuthorizationClient passwordMinLength: '" + pointerText(&minLength) +
                     "' maxLength: '" + pointerText(&maxLength) + "']",
                 "INFO\t+[VelmorAuthorizationClient isPasswordValid: '***']"}));
+}
+
+// The key is a secret like a password: in clear only at the sensitive level,
+// in the lines that keep the info level.
+TEST_F(VelmorAuthorizationClientTest, TheKeyIsStarredUnlessSecretsAreShown) {
+  const std::string construction =
+      "INFO\t-[VelmorAuthorizationClient initWithAuthorizationServerBaseUrl: "
+      "'https://auth.example/api/' appToken: 'app-token' encryptionKey: '{}']";
+  const std::string change = "INFO\t-[VelmorAuthorizationClient changeEncryptionKey: '{}']";
+  const struct {
+    std::int64_t level;
+    std::optional<Data> key;
+    const char* shown;
+  } cases[] = {
+      {3, Data{1, 2, 3, 0xff, 5}, "***"},
+      {4, Data{1, 2, 3, 0xff, 5}, "***"},
+      {3, std::nullopt, ""},
+      {5, Data{1, 2, 3, 0xff, 5}, "<010203ff 05>"},
+      {5, std::nullopt, "(null)"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.level << " " << c.shown);
+    test::RecordingLoggerDelegate log;
+    test::ScopedLogger scoped(c.level, &log);
+    VelmorAuthorizationClient client(Url::withString(kBase), kToken, c.key);
+    client.changeEncryptionKey(c.key);
+    std::vector<std::string> expected = {construction, change};
+    for (std::string& line : expected) line.replace(line.find("{}"), 2, c.shown);
+    EXPECT_EQ(log.messages(), expected);
+  }
+}
+
+TEST_F(VelmorAuthorizationClientTest, NullErrorLocationsPrintAsThePlatformPrintsThem) {
+  auto client = makeClient();
+  test::RecordingLoggerDelegate log;
+  test::ScopedLogger scoped(VelmorAuthorizationLogger::kLevelInfo, &log);
+  EXPECT_EQ(client->checkAuthorization(nullptr, nullptr), AuthorizationStateActivationRequired);
+  EXPECT_THROW(client->signInWithUsername(std::nullopt, "pw", nullptr), Exception);
+  EXPECT_EQ(log.messages(),
+            (std::vector<std::string>{
+                "INFO\t-[VelmorAuthorizationClient checkAuthorization: '0x0' error: '0x0']",
+                "INFO\t-[VelmorAuthorizationClient signInWithUsername:password:error:] username: "
+                "'(null)' password: '***' error: '0x0x0'"}));
+}
+
+// The code exchange of a web sign-in with the client's proof-key setting as
+// given: the sign-in URL's query, the body the exchange sent, and the log.
+struct WebSignInRun {
+  Dictionary signInQuery;
+  std::string exchangeBody;
+  std::vector<test::RecordingLoggerDelegate::Entry> log;
+};
+
+class WebSignInTest : public VelmorAuthorizationClientTest {
+ protected:
+  WebSignInRun signInThroughTheWeb(bool usesPkce, std::int64_t logLevel = 0) {
+    storeRecord(-10s, -10s);
+    auto client = makeClient();
+    client->setUsesPkce(usesPkce);
+    test::RecordingLoggerDelegate log;
+    WebSignInRun run;
+    {
+      test::ScopedLogger scoped(logLevel, &log);
+      ErrorRef error;
+      const std::optional<HttpRequest> page = client->createWebSignInRequestWithBaseUrl(
+          Url::withString("https://auth.example/signin"), Url::withString("app:/cb"), std::nullopt,
+          std::nullopt, &error);
+      run.signInQuery = HttpUtility::parseQueryString(page->url.query().value_or(""));
+      http_->enqueue(tokenAnswer());
+      EXPECT_TRUE(client->signInWithWebAuthorizationResponse(
+          Url::withString("app:/cb?code=c1&x_username=u&state=" +
+                          *run.signInQuery.findString("state")),
+          &error));
+    }
+    run.exchangeBody = lastBody();
+    run.log = log.entries();
+    return run;
+  }
+
+  static test::FakeHttpClient::Answer tokenAnswer() {
+    return {200,
+            {{"Content-Type", "application/json"}},
+            R"({"access_token":"a1","token_type":"bearer","expires_in":60})"};
+  }
+
+  std::string lastBody() const {
+    const Data body = http_->requests().back().body;
+    return std::string(body.begin(), body.end());
+  }
+};
+
+TEST_F(WebSignInTest, WithoutPkceNothingChanges) {
+  const WebSignInRun run = signInThroughTheWeb(false);
+  EXPECT_EQ(run.signInQuery.findString("code_challenge"), nullptr);
+  EXPECT_EQ(run.exchangeBody, "grant_type=authorization_code&code=c1&redirect_uri=app%3A%2Fcb");
+}
+
+TEST_F(WebSignInTest, PkceBindsTheExchangeToTheSignInRequest) {
+  const WebSignInRun run = signInThroughTheWeb(true);
+  const std::string prefix =
+      "grant_type=authorization_code&code=c1&redirect_uri=app%3A%2Fcb"
+      "&code_verifier=";
+  ASSERT_TRUE(run.exchangeBody.starts_with(prefix)) << run.exchangeBody;
+  const std::string verifier = run.exchangeBody.substr(prefix.size());
+  EXPECT_EQ(verifier.size(), 43u);
+  EXPECT_EQ(*run.signInQuery.findString("code_challenge"),
+            ProofKey::codeChallengeForVerifier(verifier));
+  EXPECT_EQ(*run.signInQuery.findString("code_challenge_method"), "S256");
+}
+
+TEST_F(WebSignInTest, TheVerifierIsLoggedOnlyAtTheSensitiveLevel) {
+  for (std::int64_t level = 1; level <= 5; ++level) {
+    SCOPED_TRACE(level);
+    const WebSignInRun run = signInThroughTheWeb(true, level);
+    const std::string verifier = run.exchangeBody.substr(run.exchangeBody.rfind('=') + 1);
+    bool shown = false;
+    for (const auto& entry : run.log) {
+      if (entry.message.find(verifier) == std::string::npos) continue;
+      EXPECT_EQ(entry.logLevel, VelmorAuthorizationLogger::kLevelSensitive) << entry.message;
+      shown = true;
+    }
+    EXPECT_EQ(shown, level == VelmorAuthorizationLogger::kLevelSensitive);
+  }
+}
+
+TEST_F(WebSignInTest, AVerifierFromElsewhereGoesWithTheCode) {
+  storeRecord(-10s, -10s);
+  auto client = makeClient();
+  http_->enqueue(tokenAnswer());
+  ErrorRef error;
+  EXPECT_TRUE(
+      client->signInWithAuthorizationCode("c2", Url::withString("app:/cb"), "v-2.x~", &error));
+  EXPECT_EQ(lastBody(),
+            "grant_type=authorization_code&code=c2&redirect_uri=app%3A%2Fcb&code_verifier=v-2.x~");
+
+  http_->enqueue(tokenAnswer());
+  auto queue = std::make_shared<OperationQueue>();
+  std::promise<std::string> signedIn;
+  client->signInAsyncWithAuthorizationCode(
+      "c3", Url::withString("app:/cb"), "v3", queue,
+      [&](std::optional<std::string>, std::optional<Scopes> scopes, ErrorRef e) {
+        signedIn.set_value(e ? "error" : scopes ? "scopes" : "none");
+      });
+  EXPECT_EQ(signedIn.get_future().get(), "scopes");
+  EXPECT_EQ(lastBody(),
+            "grant_type=authorization_code&code=c3&redirect_uri=app%3A%2Fcb&code_verifier=v3");
+  expectThrows({"no verifier",
+                [&] {
+                  client->signInWithAuthorizationCode("c", Url::withString("app:/cb"), std::nullopt,
+                                                      &error);
+                },
+                "NSInvalidArgumentException", "codeVerifier must not be nil"});
 }
 
 TEST_F(VelmorAuthorizationClientTest, ExpiryTellsTheDelegateOnlyWhenNothingValidIsLeft) {

@@ -3,7 +3,12 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
 #include <sys/socket.h>
+
+#include <cstdio>
+#include <filesystem>
 
 #include <optional>
 #include <string>
@@ -12,9 +17,12 @@
 #include <vector>
 
 #include "platform/FileDescriptor.h"
+#include "testing/FakeSystemIdentity.h"
 #include "testing/RawTestServer.h"
 #include "testing/RefusingPort.h"
 #include "testing/ScopedEnvironmentVariables.h"
+#include "testing/ScopedSystemIdentity.h"
+#include "testing/TemporaryDirectory.h"
 #include "testing/TestAuthorizationServer.h"
 
 namespace velmor {
@@ -132,6 +140,8 @@ TEST_F(CurlHttpClientTest, HandsBackStatusUrlFieldsAndBody) {
             "application/json;charset=UTF-8");
   EXPECT_EQ(result.response->valueForHTTPHeaderField("WWW-AUTHENTICATE"),
             "Bearer realm=\"a\", Bearer error=\"invalid_token\"");
+  EXPECT_EQ(result.response->valuesForHTTPHeaderField("WWW-Authenticate"),
+            (std::vector<std::string>{"Bearer realm=\"a\"", "Bearer error=\"invalid_token\""}));
   EXPECT_EQ(result.response->valueForHTTPHeaderField("Content-Length"), "25");
   EXPECT_EQ(result.body, bytes(scripted.body));
 }
@@ -215,6 +225,64 @@ TEST_F(CurlHttpClientTest, TakesTheProxyFromTheEnvironment) {
   ASSERT_EQ(requests.size(), 1u);
   EXPECT_EQ(requests[0].target, "http://proxied.invalid/path?q=1");
   EXPECT_EQ(requests[0].header("Host"), "proxied.invalid");
+}
+
+// Copies the PEM certificate in `caFile` into `directory` under its subject
+// hash, the name OpenSSL looks a certificate up by.
+void placeBySubjectHash(const std::string& caFile, const std::string& directory) {
+  std::FILE* file = std::fopen(caFile.c_str(), "r");
+  ASSERT_NE(file, nullptr);
+  X509* certificate = PEM_read_X509(file, nullptr, nullptr, nullptr);
+  std::fclose(file);
+  ASSERT_NE(certificate, nullptr);
+  char name[16];
+  std::snprintf(name, sizeof name, "%08lx.0", X509_subject_name_hash(certificate));
+  X509_free(certificate);
+  std::filesystem::create_directories(directory);
+  std::filesystem::copy_file(caFile, directory + "/" + name);
+}
+
+TEST_F(CurlHttpClientTest, TrustsTheCertificatesTheEnvironmentNames) {
+  test::TemporaryDirectory directory;
+  const std::string hashed = directory.pathOf("certs");
+  placeBySubjectHash(server_.caFile(), hashed);
+  const struct {
+    const char* what;
+    std::optional<std::string> file, directories;
+    bool trusted;
+  } cases[] = {
+      {"nothing named", std::nullopt, std::nullopt, false},
+      {"SSL_CERT_FILE", server_.caFile(), std::nullopt, true},
+      {"SSL_CERT_DIR, second in its list", std::nullopt, directory.pathOf("none") + ":" + hashed,
+       true},
+      {"empty values", "", "", false},
+      {"an unreadable file adds nothing", directory.pathOf("none.pem"), std::nullopt, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    test::FakeSystemIdentity identity;
+    identity.setEnvironmentVariable("SSL_CERT_FILE", c.file);
+    identity.setEnvironmentVariable("SSL_CERT_DIR", c.directories);
+    test::ScopedSystemIdentity scope(identity);
+    CurlHttpClient client;
+    const HttpResult result = client.send(requestFor(server_.url("/")));
+    if (c.trusted) {
+      ASSERT_NE(result.response, nullptr) << result.error->code();
+      EXPECT_EQ(result.response->statusCode(), 404);
+    } else {
+      ASSERT_NE(result.error, nullptr);
+      EXPECT_EQ(result.error->code(), -1202);
+    }
+  }
+
+  // The option's CA is trusted beside the environment's.
+  TestAuthorizationServer other;
+  test::FakeSystemIdentity identity;
+  identity.setEnvironmentVariable("SSL_CERT_FILE", server_.caFile());
+  test::ScopedSystemIdentity scope(identity);
+  CurlHttpClient client(trusting(other.caFile()));
+  EXPECT_NE(client.send(requestFor(server_.url("/"))).response, nullptr);
+  EXPECT_NE(client.send(requestFor(other.url("/"))).response, nullptr);
 }
 
 TEST_F(CurlHttpClientTest, RefusesFieldsThatWouldBreakTheRequest) {

@@ -4,6 +4,7 @@
 #include <openssl/sha.h>
 #include <pwd.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,6 +21,7 @@
 #include <string>
 
 #include "platform/PropertyList.h"
+#include "testing/RecordingLoggerDelegate.h"
 
 namespace velmor {
 namespace {
@@ -69,10 +71,12 @@ Data readFile(const std::string& path) {
   return Data(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+// Mode 0600 whatever the umask: the store refuses files others may write.
 void writeFile(const std::string& path, const Data& bytes) {
   std::ofstream(path, std::ios::binary)
       .write(reinterpret_cast<const char*>(bytes.data()),
              static_cast<std::streamsize>(bytes.size()));
+  chmod(path.c_str(), 0600);
 }
 
 std::set<std::string> listing(const std::string& directory) {
@@ -297,6 +301,115 @@ TEST(FileSecretStore, FirstWriteRemovesTemporaryFilesOfCrashedWriters) {
   EXPECT_EQ(
       listing(temporary.path()),
       (std::set<std::string>{".lock", "notes", fs::path(itemPath("", "svc", "acct")).filename()}));
+}
+
+// What another user could have planted or could change is refused, item
+// by item and for the whole directory; nothing is written or deleted.
+TEST(FileSecretStore, RefusesWhatOthersCouldHavePlantedOrCouldChange) {
+  // Only root can hand a file to another user.
+  const bool canChown = geteuid() == 0;
+  constexpr uid_t kOtherUser = 65534;
+  enum Target { kDirectory, kItemFile };
+  const struct {
+    const char* what;
+    Target target;
+    unsigned mode;  // 0: owned by another user instead
+    std::string reason;
+  } cases[] = {
+      {"group-writable directory", kDirectory, 0770, "group or others may write to it (mode 0770)"},
+      {"world-writable directory", kDirectory, 0777, "group or others may write to it (mode 0777)"},
+      {"directory of another user", kDirectory, 0, "it belongs to user 65534, not to this user"},
+      {"group-writable item", kItemFile, 0620, "group or others may write to it (mode 0620)"},
+      {"item of another user", kItemFile, 0, "it belongs to user 65534, not to this user"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    if (c.mode == 0 && !canChown) continue;
+    TemporaryDirectory temporary;
+    FileSecretStore store(temporary.path());
+    ASSERT_EQ(store.add("svc", "acct", bytesOf("kept")), kSecretStoreSuccess);
+    const std::string item = itemPath(temporary.path(), "svc", "acct");
+    const std::string& refused = c.target == kDirectory ? temporary.path() : item;
+    if (c.mode != 0) {
+      ASSERT_EQ(chmod(refused.c_str(), c.mode), 0);
+    } else {
+      ASSERT_EQ(chown(refused.c_str(), kOtherUser, kOtherUser), 0);
+    }
+    test::RecordingLoggerDelegate log;
+    test::ScopedLogger scoped(VelmorAuthorizationLogger::kLevelError, &log);
+    Data found;
+    EXPECT_EQ(store.find("svc", "acct", &found), FileSecretStore::kStatusUntrusted);
+    EXPECT_EQ(store.update("svc", "acct", bytesOf("new")), FileSecretStore::kStatusUntrusted);
+    EXPECT_EQ(store.remove("svc", "acct"), FileSecretStore::kStatusUntrusted);
+    EXPECT_EQ(store.add("svc", "acct", bytesOf("new")), FileSecretStore::kStatusUntrusted);
+    EXPECT_EQ(store.add("svc", "other", bytesOf("new")),
+              c.target == kDirectory ? FileSecretStore::kStatusUntrusted : kSecretStoreSuccess);
+    EXPECT_TRUE(found.empty());
+    // Logged once, however often it was refused.
+    const std::string line = "ERROR\tThe file store does not use '" + refused + "': " + c.reason;
+    const std::vector<std::string> lines = log.messages();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].rfind(line, 0), 0u) << lines[0];
+    EXPECT_EQ(
+        PropertyList::parse(readFile(item)),
+        Value(Dictionary{{"Service", "svc"}, {"Account", "acct"}, {"Data", bytesOf("kept")}}));
+  }
+}
+
+TEST(FileSecretStore, RefusesARelativeDirectory) {
+  FileSecretStore store("velmor-keychain");
+  test::RecordingLoggerDelegate log;
+  test::ScopedLogger scoped(VelmorAuthorizationLogger::kLevelError, &log);
+  EXPECT_EQ(store.find("s", "a", nullptr), kSecretStoreParameterError);
+  EXPECT_EQ(store.add("s", "a", bytesOf("x")), kSecretStoreParameterError);
+  EXPECT_EQ(store.update("s", "a", bytesOf("x")), kSecretStoreParameterError);
+  EXPECT_EQ(store.remove("s", "a"), kSecretStoreParameterError);
+  EXPECT_FALSE(fs::exists("velmor-keychain"));
+  EXPECT_EQ(log.messages(),
+            std::vector<std::string>{"ERROR\tThe file store does not use 'velmor-keychain': its "
+                                     "directory must be an absolute path."});
+}
+
+// Another process holds the lock and does not let go: the writer gives up
+// at its deadline instead of waiting for ever, and writes once it is free.
+TEST(FileSecretStore, AWriterWaitsForTheLockOnlyUntilItsTimeout) {
+  TemporaryDirectory temporary;
+  FileSecretStore store(temporary.path(), std::chrono::milliseconds(200));
+  ASSERT_EQ(store.add("svc", "acct", bytesOf("kept")), kSecretStoreSuccess);
+  int held[2], release[2];
+  ASSERT_EQ(pipe(held), 0);
+  ASSERT_EQ(pipe(release), 0);
+  const std::string lockFile = temporary.path() + "/.lock";
+  pid_t holder = forkChild(nullptr, [&] {
+    close(release[1]);
+    int fd = open(lockFile.c_str(), O_RDWR);
+    if (fd < 0 || flock(fd, LOCK_EX) != 0 || write(held[1], "L", 1) != 1) return 1;
+    char byte;
+    while (read(release[0], &byte, 1) > 0) {
+    }
+    return 0;
+  });
+  ASSERT_GT(holder, 0);
+  close(held[1]);
+  close(release[0]);
+  char byte = 0;
+  ASSERT_EQ(read(held[0], &byte, 1), 1);
+
+  test::RecordingLoggerDelegate log;
+  test::ScopedLogger scoped(VelmorAuthorizationLogger::kLevelError, &log);
+  EXPECT_EQ(store.update("svc", "acct", bytesOf("new")), kSecretStoreNotAvailable);
+  EXPECT_EQ(log.messages(), std::vector<std::string>{
+                                "ERROR\tThe file store in '" + temporary.path() +
+                                "' gave up a write: another writer held its lock for more than "
+                                "200 ms."});
+  Data found;
+  EXPECT_EQ(store.find("svc", "acct", &found), kSecretStoreSuccess);
+  EXPECT_EQ(found, bytesOf("kept"));
+
+  close(release[1]);
+  EXPECT_EQ(exitCodeOf(holder), 0);
+  close(held[0]);
+  EXPECT_EQ(store.update("svc", "acct", bytesOf("new")), kSecretStoreSuccess);
 }
 
 TEST(FileSecretStore, WithoutADirectoryIsNotAvailable) {

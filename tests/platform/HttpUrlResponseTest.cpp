@@ -16,6 +16,11 @@ TEST(HttpUrlResponse, LooksUpHeaderFieldsIgnoringCase) {
   EXPECT_EQ(response.statusCode(), 401);
   EXPECT_EQ(response.valueForHTTPHeaderField("content-type"), "application/json");
   EXPECT_EQ(response.valueForHTTPHeaderField("WWW-AUTHENTICATE"), "Bearer a, Bearer b");
+  EXPECT_EQ(response.valuesForHTTPHeaderField("WWW-AUTHENTICATE"),
+            (std::vector<std::string>{"Bearer a", "Bearer b"}));
+  EXPECT_EQ(response.valuesForHTTPHeaderField("Content-Type"),
+            std::vector<std::string>{"application/json"});
+  EXPECT_TRUE(response.valuesForHTTPHeaderField("Content-Length").empty());
   EXPECT_EQ(response.valueForHTTPHeaderField("Content-Length"), std::nullopt);
   Dictionary fields = response.allHeaderFields();
   EXPECT_EQ(fields.size(), 2u);

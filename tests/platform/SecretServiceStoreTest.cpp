@@ -3,22 +3,34 @@
 #include "velmor/SecretServiceStore.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <functional>
+#include <future>
 #include <map>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <libsecret/secret.h>
+
 #include "platform/GLibHandle.h"
+#include "testing/BusMonitor.h"
+#include "testing/RecordingLoggerDelegate.h"
+#include "testing/SecretServiceDaemon.h"
 #include "testing/UnresponsiveDBusName.h"
 
 namespace velmor {
 namespace {
+
+inline void freeItemList(GList* list) { g_list_free_full(list, g_object_unref); }
+inline void unrefSecretValue(SecretValue* value) { secret_value_unref(value); }
+using ItemListHandle = GLibHandle<GList, freeItemList>;
+using SecretValueHandle = GLibHandle<SecretValue, unrefSecretValue>;
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
@@ -228,7 +240,10 @@ TEST_F(SecretServiceStoreTest, ActsOnItemsOtherToolsMade) {
   EXPECT_EQ(store_.find(kService, "shared", nullptr), -25300);
 }
 
-TEST_F(SecretServiceStoreTest, AnswersIoErrorForSecretsThatDoNotDecode) {
+// An item whose secret does not decode (edited by hand, written by another
+// tool or a later version) answers -36 to reads, yet never blocks the names:
+// add replaces it and remove deletes it.
+TEST_F(SecretServiceStoreTest, ItemsThatDoNotDecodeNeverBlockTheNames) {
   const struct {
     const char* account;
     std::string secret;
@@ -244,6 +259,19 @@ TEST_F(SecretServiceStoreTest, AnswersIoErrorForSecretsThatDoNotDecode) {
     Data found{7};
     EXPECT_EQ(store_.find(kService, c.account, &found), -36);
     EXPECT_EQ(found, Data{7});
+    EXPECT_EQ(store_.update(kService, c.account, Data{1}), -36);
+
+    EXPECT_EQ(store_.add(kService, c.account, Data{2}), 0);
+    std::vector<StoredItem> stored = storedItems(c.account);
+    ASSERT_EQ(stored.size(), 1u);
+    EXPECT_EQ(stored[0].attributes.at("encoding"), "base64");
+    EXPECT_EQ(store_.find(kService, c.account, &found), 0);
+    EXPECT_EQ(found, Data{2});
+
+    ASSERT_EQ(store_.remove(kService, c.account), 0);
+    storeDirectly(librarySchema(), c.account, c.secret, c.encoding);
+    EXPECT_EQ(store_.remove(kService, c.account), 0);
+    EXPECT_TRUE(storedItems(c.account).empty());
   }
 }
 
@@ -277,6 +305,83 @@ TEST_F(SecretServiceStoreTest, ServesManyThreadsAtOnce) {
   EXPECT_EQ(failures, 0);
 }
 
+// One connection and one session serve every call of a store: a lookup
+// costs what a bare libsecret lookup costs (a search and a read of the
+// secrets, with the attributes asked for alongside).
+TEST_F(SecretServiceStoreTest, KeepsOneSessionAndSearchesOncePerCall) {
+  test::BusMonitor monitor;
+  ASSERT_TRUE(monitor.watching());
+  ASSERT_EQ(store_.add(kService, "session", Data{1}), 0);
+  Data found;
+  for (int i = 0; i < 5; ++i) ASSERT_EQ(store_.find(kService, "session", &found), 0);
+  EXPECT_EQ(monitor.calls(), (std::map<std::string, int>{{"OpenSession", 1},
+                                                         {"SearchItems", 6},
+                                                         {"GetSecrets", 5},
+                                                         {"Get", 5},
+                                                         {"CreateItem", 1}}));
+}
+
+TEST_F(SecretServiceStoreTest, ChangesWhatItFoundWithoutSearchingAgain) {
+  ASSERT_EQ(store_.add(kService, "handle", Data{1}), 0);
+  std::unique_ptr<SecretStoreItem> item;
+  Data found;
+  ASSERT_EQ(store_.findItem(kService, "handle", &found, &item), 0);
+  ASSERT_TRUE(item);
+  EXPECT_EQ(found, Data{1});
+
+  test::BusMonitor monitor;
+  ASSERT_TRUE(monitor.watching());
+  EXPECT_EQ(store_.updateItem(*item, Data{2}), 0);
+  EXPECT_EQ(monitor.calls(), (std::map<std::string, int>{{"SetSecret", 1}}));
+  EXPECT_EQ(store_.find(kService, "handle", &found), 0);
+  EXPECT_EQ(found, Data{2});
+
+  // Replaced by another tool meanwhile: the item now under the names is the
+  // one changed, as an update by name would.
+  ASSERT_EQ(store_.remove(kService, "handle"), 0);
+  storeDirectly(otherToolSchema(), "handle", "raw");
+  EXPECT_EQ(store_.updateItem(*item, Data{3}), 0);
+  EXPECT_EQ(storedItems("handle").at(0).secret, std::string(1, '\3'));
+
+  monitor.reset();
+  ASSERT_EQ(store_.findItem(kService, "handle", nullptr, &item), 0);
+  EXPECT_EQ(store_.removeItem(*item), 0);
+  EXPECT_EQ(monitor.calls(),
+            (std::map<std::string, int>{
+                {"SearchItems", 1}, {"GetSecrets", 1}, {"Get", 1}, {"Delete", 1}}));
+  EXPECT_EQ(store_.updateItem(*item, Data{4}), -25300);
+  EXPECT_EQ(store_.removeItem(*item), -25300);
+}
+
+TEST_F(SecretServiceStoreTest, ReconnectsWhenTheDaemonWasRestarted) {
+  ASSERT_EQ(store_.add(kService, "restart", Data{1}), 0);
+  std::unique_ptr<SecretStoreItem> item;
+  ASSERT_EQ(store_.findItem(kService, "restart", nullptr, &item), 0);
+  test::SecretServiceDaemon daemon;
+  ASSERT_TRUE(daemon.kill());
+  ASSERT_TRUE(daemon.start());
+
+  Data found;
+  expectSteps({
+      {"find", [&] { return store_.find(kService, "restart", &found); }, 0},
+      {"update what was found before", [&] { return store_.updateItem(*item, Data{2}); }, 0},
+      {"add", [&] { return store_.add(kService, "restart 2", Data{3}); }, 0},
+  });
+  EXPECT_EQ(store_.find(kService, "restart", &found), 0);
+  EXPECT_EQ(found, Data{2});
+
+  ASSERT_TRUE(daemon.kill());
+  ASSERT_TRUE(daemon.start());
+  EXPECT_EQ(store_.remove(kService, "restart 2"), 0);
+}
+
+TEST_F(SecretServiceStoreTest, SaysWhereItIsAndThatItCanBeUsed) {
+  EXPECT_EQ(store_.description(), "Secret Service (default collection)");
+  const SecretStoreCondition condition = store_.condition();
+  EXPECT_EQ(condition.status, 0);
+  EXPECT_EQ(condition.reason, "The Secret Service's default keyring \"Login\" is unlocked.");
+}
+
 class LockedCollectionTest : public ScenarioTest {
  protected:
   LockedCollectionTest() : ScenarioTest("locked") {}
@@ -298,13 +403,37 @@ TEST_F(LockedCollectionTest, TellsLockedItemsFromMissingOnes) {
   expectSteps({
       {"find", [&] { return store.find(kService, "a", &found); }, -25308},
       {"find without data", [&] { return store.find(kService, "a", nullptr); }, -25308},
-      {"add existing", [&] { return store.add(kService, "a", Data{2}); }, -25299},
+      {"add existing", [&] { return store.add(kService, "a", Data{2}); }, -25308},
       {"add new", [&] { return store.add(kService, "b", Data{2}); }, -25308},
       {"update", [&] { return store.update(kService, "a", Data{2}); }, -25308},
       {"remove", [&] { return store.remove(kService, "a"); }, -25308},
       {"find missing", [&] { return store.find(kService, "b", nullptr); }, -25300},
   });
   EXPECT_EQ(found, Data{7});
+  const SecretStoreCondition condition = store.condition();
+  EXPECT_EQ(condition.status, -25308);
+  EXPECT_EQ(condition.reason,
+            "The Secret Service's default keyring \"Login\" is locked, so nothing can be read "
+            "from it or saved in it; unlock it (for example in the desktop's password manager, "
+            "Seahorse) and try again.");
+}
+
+class MissingCollectionTest : public ScenarioTest {
+ protected:
+  MissingCollectionTest() : ScenarioTest("no-keyring") {}
+};
+
+TEST_F(MissingCollectionTest, NothingCanBeAddedAndTheConditionSaysWhy) {
+  SecretServiceStore store(seconds(5));
+  expectSteps({
+      {"find", [&] { return store.find(kService, "a", nullptr); }, -25300},
+      {"add", [&] { return store.add(kService, "a", Data{1}); }, -25308},
+  });
+  const SecretStoreCondition condition = store.condition();
+  EXPECT_EQ(condition.status, -25308);
+  EXPECT_EQ(condition.reason,
+            "The Secret Service has no default keyring, so nothing can be saved in it; create one "
+            "(for example in the desktop's password manager, Seahorse) and try again.");
 }
 
 class NoSecretServiceTest : public ScenarioTest {
@@ -316,6 +445,26 @@ TEST_F(NoSecretServiceTest, EveryCallAnswersNotAvailable) {
   SecretServiceStore store(seconds(2));
   expectSteps(everyCallAnswering(store, -25291));
   EXPECT_FALSE(SecretServiceStore::isAvailable());
+  const SecretStoreCondition condition = store.condition();
+  EXPECT_EQ(condition.status, -25291);
+  EXPECT_EQ(condition.reason, "No Secret Service answers on the session bus.");
+}
+
+// A desktop bus without a keyring: files are used, and said so where errors go.
+TEST_F(NoSecretServiceTest, TheFallBackToFilesIsLoggedAsAnError) {
+  test::RecordingLoggerDelegate log;
+  test::ScopedLogger logger(1, &log);
+  ::unsetenv("VELMOR_SECRET_STORE");
+  ::setenv("VELMOR_SECRET_STORE_DIR", "/tmp/velmor-fallback-test", 1);
+  SecretStore::setDefault(nullptr);
+  EXPECT_EQ(SecretStore::defaultStore()->description(), "files in '/tmp/velmor-fallback-test'");
+  SecretStore::defaultStore();
+  SecretStore::setDefault(nullptr);
+  ::unsetenv("VELMOR_SECRET_STORE_DIR");
+  EXPECT_EQ(log.messages(),
+            std::vector<std::string>{"ERROR\tSecret store: files in '/tmp/velmor-fallback-test': a "
+                                     "session bus exists but no Secret Service answers on it (set "
+                                     "VELMOR_SECRET_STORE=file to choose files on purpose)"});
 }
 
 class HungSecretServiceTest : public ScenarioTest {
@@ -329,6 +478,30 @@ TEST_F(HungSecretServiceTest, EveryCallAnswersNotAvailableAfterTheDeadline) {
   SecretServiceStore store(milliseconds(500));
   expectSteps(everyCallAnswering(store, -25291));
   EXPECT_TRUE(SecretServiceStore::isAvailable(milliseconds(500)));  // the name has an owner
+  EXPECT_EQ(store.condition().reason, "The Secret Service did not answer in time.");
+}
+
+class BusKilledTest : public ScenarioTest {
+ protected:
+  BusKilledTest() : ScenarioTest("bus-killed") {}
+};
+
+// The bus going away must neither end the process (GIO's shared connection
+// would raise SIGTERM) nor leave the call waiting for its deadline.
+TEST_F(BusKilledTest, ACallInFlightAnswersNotAvailableAndTheProcessLives) {
+  test::UnresponsiveDBusName hung("org.freedesktop.secrets");
+  ASSERT_TRUE(hung.owned());
+  SecretServiceStore store(std::chrono::minutes(10));
+  auto start = Clock::now();
+  auto pending = std::async(std::launch::async, [&] { return store.find(kService, "a", nullptr); });
+  ASSERT_TRUE(hung.waitForCall(kPromptly));
+  ASSERT_TRUE(test::SecretServiceDaemon().killBus());
+  ASSERT_EQ(pending.wait_for(kPromptly), std::future_status::ready);
+  EXPECT_EQ(pending.get(), -25291);
+  EXPECT_LT(Clock::now() - start, kPromptly);
+  expectSteps(everyCallAnswering(store, -25291));
+  EXPECT_EQ(store.condition().reason,
+            "The session bus does not answer, so no Secret Service can be reached.");
 }
 
 class NoSessionBusTest : public ScenarioTest {
@@ -348,6 +521,9 @@ TEST_F(NoSessionBusTest, EveryCallAnswersNotAvailableAtOnce) {
     }
     expectSteps(everyCallAnswering(store, -25291));
     EXPECT_FALSE(SecretServiceStore::isAvailable(std::chrono::minutes(10)));
+    EXPECT_EQ(store.condition().reason,
+              "No session bus is known to this process (DBUS_SESSION_BUS_ADDRESS is not set), so "
+              "no Secret Service can be reached.");
   }
 }
 

@@ -79,5 +79,23 @@ TEST(Url, ResolvesRelativeReferences) {
   }
 }
 
+TEST(Url, ResolutionDropsTheBasesFragment) {
+  const Url base = *Url::withString("https://h/app/#/a/b");
+  struct Case {
+    const char* relative;
+    const char* expected;
+  };
+  const Case cases[] = {
+      {"oauth2/v1/clients", "https://h/app/oauth2/v1/clients"},
+      {"?q=1", "https://h/app/?q=1"},
+      {"", "https://h/app/"},
+      {"c#d", "https://h/app/c#d"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.relative);
+    EXPECT_EQ(Url::withString(c.relative, base)->absoluteString(), c.expected);
+  }
+}
+
 }  // namespace
 }  // namespace velmor

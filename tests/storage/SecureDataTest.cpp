@@ -5,6 +5,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/KeyedArchiver.h"
@@ -143,10 +144,10 @@ TEST_F(SecureDataTest, FreshIdentityReadsNothingAndItsFirstSetterWritesOneEntry)
   data->setClientId("cid");
   EXPECT_EQ(store_->adds, 1);
   EXPECT_EQ(openStored(kKeyA), kRecord);
-  // On an existing item: the read, the existence check, the re-find, the update's own find.
+  // On an existing item: one read, and the update reuses what it found.
   store_->finds = 0;
   data->setClientSecret("s");
-  EXPECT_EQ(store_->finds, 4);
+  EXPECT_EQ(store_->finds, 1);
   EXPECT_EQ(store_->updates, 1);
   EXPECT_EQ(log_.messages(), Lines{});
 }
@@ -317,7 +318,8 @@ TEST_F(SecureDataTest, ChangeAesEncryptionKeyRewritesUnderTheNewKey) {
   putItem(archiveOf(sealed(kInner)));
   auto stranger = record(kKeyB);
   stranger->changeAesEncryptionKey(keyFrom(0));
-  EXPECT_EQ(stranger->aesEncryptionKey(), keyFrom(0));
+  ASSERT_TRUE(stranger->aesEncryptionKey());
+  EXPECT_EQ(*stranger->aesEncryptionKey(), keyFrom(0));
   EXPECT_FALSE(item());
   EXPECT_EQ(store_->adds, 1);  // the first setClientId only
   EXPECT_EQ(log_.messages(), (Lines{funnelLine(kDecryptFailed), kDeleted}));
@@ -396,6 +398,52 @@ TEST_F(SecureDataTest, NoSecretReachesTheLogBelowTheSensitiveLevel) {
     for (const std::string& secret : secrets)
       EXPECT_EQ(line.find(secret), std::string::npos) << line;
   }
+}
+
+TEST_F(SecureDataTest, WritersOfOneRecordLoseNothing) {
+  // Two objects for one record, as two clients of one identity would have.
+  auto first = record(), second = record();
+  std::vector<std::thread> writers;
+  for (int t = 0; t < 4; ++t) {
+    writers.emplace_back([&, t] {
+      SecureData& data = t % 2 ? *first : *second;
+      for (int i = 0; i < 25; ++i) data.saveValue("v", stringWithFormat("k%d-%d", t, i));
+    });
+  }
+  for (std::thread& writer : writers) writer.join();
+  const std::optional<Dictionary> stored = first->retrieveDataDictionary();
+  ASSERT_TRUE(stored);
+  EXPECT_EQ(stored->size(), 100u);
+  EXPECT_EQ(log_.messages(), Lines{});
+}
+
+TEST_F(SecureDataTest, AWriteThatCannotHaveTheLockInTimeWritesNothingAndSaysSo) {
+  auto data = record();
+  data->setClientId("cid");
+  const Data before = item().value();
+  SecretStoreLock held;
+  std::thread([&] {
+    ASSERT_EQ(store_->lockItem(kService, kAccount, std::chrono::seconds(60), &held),
+              kSecretStoreSuccess);
+  }).join();
+  data->setLockTimeout(std::chrono::milliseconds(5));
+  data->setClientSecret("secret");
+  data->deleteClientId();
+  EXPECT_EQ(item(), before);
+  const std::string line = "ERROR\tKeychain error: 100060, 'Operation timed out.' in lockItem";
+  EXPECT_EQ(log_.messages(), (Lines{line, line}));
+}
+
+TEST_F(SecureDataTest, TokensAreForgottenOnlyWhileTheRefreshTokenIsTheOneNamed) {
+  auto data = record();
+  data->setClientId("cid");
+  data->setAccessToken("access-2");
+  data->setRefreshToken("refresh-2");
+  EXPECT_FALSE(data->deleteTokenEntriesIfRefreshTokenIs("refresh-1"));
+  EXPECT_EQ(data->refreshToken(), "refresh-2");
+  EXPECT_EQ(data->accessToken(), "access-2");
+  EXPECT_TRUE(data->deleteTokenEntriesIfRefreshTokenIs("refresh-2"));
+  EXPECT_EQ(openStored(kKeyA), kRecord);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "platform/PropertyList.h"
 #include "storage/CryptoUtility.h"
+#include "storage/PbkdfCalibration.h"
 #include "storage/SecureStoreRecord.h"
 #include "testing/FaultySecretStore.h"
 #include "testing/RecordingLoggerDelegate.h"
@@ -264,6 +265,28 @@ TEST_F(VelmorSimpleSecureStoreTest, AMissingSaltOrRoundCountGoesToTheErrorFunnel
   }
 }
 
+// A count that would keep unlock busy for hours is refused before any
+// derivation; one within the ceiling is still derived with.
+TEST_F(VelmorSimpleSecureStoreTest, AnExcessiveRoundCountIsRefusedUnchecked) {
+  const std::uint32_t ceiling = PbkdfCalibration::storedRoundCountCeiling();
+  ASSERT_GT(ceiling, 100'000u);
+  const std::uint32_t excessive[] = {ceiling + 1, 0xFFFFFFFFu};
+  for (const std::uint32_t roundCount : excessive) {
+    SCOPED_TRACE(roundCount);
+    test::RecordingLoggerDelegate recorder;
+    test::ScopedLogger logger(3, &recorder);
+    writeDictionary({{"PasscodeHMAC", Data(32, 7)},
+                     {"Salt", Data(8, 1)},
+                     {"RoundCount", static_cast<std::int64_t>(roundCount)}});
+    EXPECT_FALSE(VelmorSimpleSecureStore(kService, kAccount).unlock("2468"));
+    EXPECT_EQ(countIn(recorder, "ERROR\tThe stored RoundCount, " + std::to_string(roundCount) +
+                                    ", is more than 100 times what this machine derives in 300 "
+                                    "ms; the passcode is not checked."),
+              1u);
+    EXPECT_FALSE(anyMessageContains(recorder, "Key generation"));
+  }
+}
+
 TEST_F(VelmorSimpleSecureStoreTest, ADamagedObjectCostsTheWholeStore) {
   const Data garbage = bytes("not an archive");
   const std::string report =
@@ -345,6 +368,21 @@ TEST_F(VelmorSimpleSecureStoreTest, SecretStoreFailuresGoToTheErrorFunnel) {
   EXPECT_EQ(countOf(report("SecKeychainItemDelete", -36)), 1u);
   secretStore_->findFault = kSecretStoreNotAvailable;
   EXPECT_FALSE(store.storeExists());  // a failed lookup counts as absent
+}
+
+// Saving into a locked keyring keeps its result (the value counts as handed
+// over), but the error log says, in the store's words, what is wrong, and the
+// store's condition could have told the application before.
+TEST_F(VelmorSimpleSecureStoreTest, ALockedKeyringIsNamedInTheErrorLog) {
+  secretStore_->findFault = secretStore_->addFault = secretStore_->conditionFault = -25308;
+  VelmorSimpleSecureStore store(kService, kAccount);
+  EXPECT_FALSE(SecretStore::defaultStore()->condition().usable());
+  EXPECT_TRUE(store.saveObject(kNotes));
+  EXPECT_TRUE(store.saveObject(kNotes));
+  EXPECT_EQ(countOf(std::string("ERROR\t") + test::FaultySecretStore::kConditionFaultReason), 1u);
+  EXPECT_EQ(countOf("ERROR\tKeychain error: -25308, 'The keyring is locked, or there is no "
+                    "default keyring.' in SecKeychainAddGenericPassword"),
+            2u);
 }
 
 }  // namespace

@@ -27,6 +27,9 @@ TEST(Format, FillsEachConversionAsThePlatformDoes) {
       {stringWithFormat("%f seconds", 0.25), "0.250000 seconds"},
       {stringWithFormat("100%% of %@", "it"), "100% of it"},
       {stringWithFormat("0x%lx", std::uintptr_t{0xbeef}), "0xbeef"},
+      // A null pointer reads as the platform prints it, whatever the C library says.
+      {stringWithFormat("error: '0x%p'", static_cast<const void*>(nullptr)), "error: '0x0x0'"},
+      {stringWithFormat("%@", static_cast<const void*>(nullptr)), "0x0"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.expected);

@@ -5,7 +5,10 @@
 
 #include <gio/gio.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
+#include <mutex>
 
 #include "platform/GLibHandle.h"
 
@@ -23,7 +26,7 @@ class UnresponsiveDBusName final {
     if (!address) return;
     bus_.reset(g_dbus_connection_new_for_address_sync(address, flags, nullptr, nullptr, nullptr));
     if (!bus_) return;
-    g_dbus_connection_add_filter(bus_.get(), &dropMethodCalls, nullptr, nullptr);
+    g_dbus_connection_add_filter(bus_.get(), &dropMethodCalls, this, nullptr);
     constexpr guint32 kDoNotQueue = 4;
     VariantHandle reply(g_dbus_connection_call_sync(
         bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
@@ -41,18 +44,33 @@ class UnresponsiveDBusName final {
 
   bool owned() const { return owned_; }
 
+  // Waits until a method call has come in (and been dropped); false when
+  // none came within `deadline`.
+  bool waitForCall(std::chrono::milliseconds deadline) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return called_.wait_for(lock, deadline, [&] { return calls_ > 0; });
+  }
+
  private:
+  // On GDBus's I/O thread.
   static GDBusMessage* dropMethodCalls(GDBusConnection*, GDBusMessage* message, gboolean incoming,
-                                       gpointer) {
+                                       gpointer self) {
     if (!incoming || g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
       return message;
     }
     g_object_unref(message);
+    auto* name = static_cast<UnresponsiveDBusName*>(self);
+    std::lock_guard<std::mutex> lock(name->mutex_);
+    ++name->calls_;
+    name->called_.notify_all();
     return nullptr;
   }
 
   ObjectHandle<GDBusConnection> bus_;
   bool owned_ = false;
+  std::mutex mutex_;
+  std::condition_variable called_;
+  int calls_ = 0;
 };
 
 }  // namespace velmor::test

@@ -19,9 +19,14 @@ using std::chrono::seconds;
 constexpr char kForm[] = "application/x-www-form-urlencoded;charset=UTF-8";
 constexpr char kRedirect[] = "http://127.0.0.1:4711/callback";
 
+// RFC 7636, appendix B.
+constexpr char kVerifier[] = "dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk";
+constexpr char kChallenge[] = "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM";
+
 class DevelopmentAuthorizationServiceTest : public ::testing::Test {
  protected:
-  DevelopmentAuthorizationServiceTest() {
+  explicit DevelopmentAuthorizationServiceTest(ServiceSettings settings = {})
+      : service_(std::move(settings), clock_) {
     const ServiceReply registered = post(DevelopmentAuthorizationService::kClientsPath,
                                          "x_app_token=velmor-dev-app&x_client_context=ctx", "");
     const Json body = Json::parse(registered.body);
@@ -57,7 +62,7 @@ class DevelopmentAuthorizationServiceTest : public ::testing::Test {
   }
 
   std::shared_ptr<test::ManualClock> clock_ = std::make_shared<test::ManualClock>();
-  DevelopmentAuthorizationService service_{ServiceSettings{}, clock_};
+  DevelopmentAuthorizationService service_;
   std::string clientId_;
   std::string clientSecret_;
   std::string basic_;
@@ -362,6 +367,70 @@ TEST_F(DevelopmentAuthorizationServiceTest, SubmittedSignInRedirectsWithACodeFor
   EXPECT_EQ(token(exchange).status, 400);
 }
 
+TEST_F(DevelopmentAuthorizationServiceTest, ACodeAskedForWithAChallengeNeedsTheVerifier) {
+  const std::string pkce =
+      std::string("&code_challenge=") + kChallenge + "&code_challenge_method=S256";
+  const ServiceReply page =
+      send("GET", DevelopmentAuthorizationService::kSignInPath, signInQuery(pkce), "", "", "");
+  EXPECT_NE(page.body.find(std::string(R"(<input type="hidden" name="code_challenge" value=")") +
+                           kChallenge + "\">"),
+            std::string::npos);
+  const ServiceReply reply =
+      post(DevelopmentAuthorizationService::kSignInPath,
+           signInQuery(pkce + "&username=alice&password=wonderland&action=sign-in"), "");
+  const std::string location = reply.header("Location").value_or("");
+  const std::size_t start = location.find("code=") + 5;
+  const std::string exchange =
+      "grant_type=authorization_code&code=" + location.substr(start, location.find('&') - start) +
+      "&redirect_uri=" + FormCodec::encode(kRedirect);
+
+  const ServiceReply refused = token(exchange);
+  EXPECT_EQ(refused.status, 400);
+  EXPECT_EQ(Json::parse(refused.body).at("error"), "invalid_grant");
+  EXPECT_EQ(tokenJson(exchange + "&code_verifier=" + kVerifier).at("scope"), "profile");
+}
+
+class RequiredPkceTest : public DevelopmentAuthorizationServiceTest {
+ protected:
+  RequiredPkceTest() : DevelopmentAuthorizationServiceTest(requiringPkce()) {}
+
+  static ServiceSettings requiringPkce() {
+    ServiceSettings settings;
+    settings.requirePkce = true;
+    return settings;
+  }
+};
+
+TEST_F(RequiredPkceTest, SignInRequestsWithoutAGoodChallengeAreRedirectedBack) {
+  const std::string challenge = std::string("&code_challenge=") + kChallenge;
+  const struct {
+    std::string extra;
+    const char* description;  // nullptr: the form is shown
+  } cases[] = {
+      {"", "This server requires a code challenge (PKCE, method S256)"},
+      {challenge, "Only the code challenge method S256 is supported"},
+      {challenge + "&code_challenge_method=plain",
+       "Only the code challenge method S256 is supported"},
+      {"&code_challenge_method=S256", "code_challenge_method came without a code_challenge"},
+      {"&code_challenge=abc&code_challenge_method=S256",
+       "The code_challenge is not the Base64url of a SHA-256 digest"},
+      {challenge + "&code_challenge_method=S256", nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.extra);
+    const ServiceReply reply =
+        send("GET", DevelopmentAuthorizationService::kSignInPath, signInQuery(c.extra), "", "", "");
+    if (c.description == nullptr) {
+      EXPECT_EQ(reply.status, 200);
+      continue;
+    }
+    EXPECT_EQ(reply.status, 302);
+    EXPECT_EQ(reply.header("Location"), std::string(kRedirect) +
+                                            "?error=invalid_request&error_description=" +
+                                            FormCodec::encode(c.description) + "&state=st4te");
+  }
+}
+
 TEST_F(DevelopmentAuthorizationServiceTest, SubmittedSignInCancelsOrShowsTheFormAgain) {
   const ServiceReply cancelled =
       post(DevelopmentAuthorizationService::kSignInPath, signInQuery("&action=cancel"), "");
@@ -376,7 +445,8 @@ TEST_F(DevelopmentAuthorizationServiceTest, SubmittedSignInCancelsOrShowsTheForm
            signInQuery("&username=%3Calice%3E&password=x&action=sign-in"), "");
   EXPECT_EQ(wrong.status, 200);
   EXPECT_NE(
-      wrong.body.find(R"(<p class="message" id="message">The user name or password is wrong.</p>)"),
+      wrong.body.find(
+          R"(<p class="message" id="message" role="alert">The user name or password is wrong.</p>)"),
       std::string::npos);
   EXPECT_NE(wrong.body.find(R"(value="&lt;alice&gt;")"), std::string::npos);
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -64,6 +65,29 @@ TEST_F(TokenStoreTest, RefreshRotatesAndASpentTokenRevokesTheGrant) {
   // A replayed refresh token means it leaked: nothing of the grant works.
   EXPECT_EQ(tokens_.inspect(second.tokens->accessToken).status, Status::kRevoked);
   EXPECT_TRUE(tokens_.refresh("client-1", *second.tokens->refreshToken, {}).refusal);
+}
+
+TEST_F(TokenStoreTest, AGracePeriodHonoursASpentRefreshTokenBrieflyAndEveryReuseCounts) {
+  TokenStore lenient{TokenLifetimes{seconds(3600), seconds(86400), seconds(600), seconds(30)},
+                     clock_};
+  const IssuedTokens first = lenient.issue(aliceGrant());
+  ASSERT_TRUE(lenient.refresh("client-1", *first.refreshToken, {}).tokens);
+  clock_.advance(seconds(29));
+  // Two clients that raced with one token both get tokens of the grant.
+  const GrantOutcome again = lenient.refresh("client-1", *first.refreshToken, {});
+  ASSERT_TRUE(again.tokens);
+  EXPECT_EQ(lenient.reusedRefreshTokens(), 1u);
+  clock_.advance(seconds(1));
+  EXPECT_EQ(lenient.refresh("client-1", *first.refreshToken, {}).refusal->error, "invalid_grant");
+  EXPECT_EQ(lenient.reusedRefreshTokens(), 2u);
+  EXPECT_EQ(lenient.inspect(again.tokens->accessToken).status, Status::kRevoked);
+
+  // The strict store counts its reuses too.
+  const IssuedTokens strict = tokens_.issue(aliceGrant());
+  ASSERT_TRUE(tokens_.refresh("client-1", *strict.refreshToken, {}).tokens);
+  EXPECT_EQ(tokens_.reusedRefreshTokens(), 0u);
+  EXPECT_TRUE(tokens_.refresh("client-1", *strict.refreshToken, {}).refusal);
+  EXPECT_EQ(tokens_.reusedRefreshTokens(), 1u);
 }
 
 TEST_F(TokenStoreTest, RefreshRefusals) {
@@ -142,6 +166,43 @@ TEST_F(TokenStoreTest, AuthorizationCodeIsBoundAndWorksOnce) {
   EXPECT_EQ(second.refusal->error, "invalid_grant");
   // A second use of a code revokes what the first use made.
   EXPECT_EQ(tokens_.inspect(first.tokens->accessToken).status, Status::kRevoked);
+}
+
+TEST_F(TokenStoreTest, AProofKeyBindsTheCodeToItsVerifier) {
+  // RFC 7636, appendix B.
+  const std::string verifier = "dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk";
+  const std::string challenge = "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM";
+  const std::string withChallenge =
+      tokens_.issueAuthorizationCode(aliceGrant(), "app:/cb", challenge);
+  const std::string without = tokens_.issueAuthorizationCode(aliceGrant(), "app:/cb");
+  const struct {
+    const std::string& code;
+    std::optional<std::string> verifier;
+    const char* refusal;  // nullptr: accepted
+  } cases[] = {
+      {withChallenge, std::nullopt,
+       "The code was issued for a code challenge: code_verifier is missing"},
+      {withChallenge, "eBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk",
+       "The code_verifier does not match the code challenge"},
+      {withChallenge, verifier.substr(1), "The code_verifier does not match the code challenge"},
+      {withChallenge, verifier + "=", "The code_verifier does not match the code challenge"},
+      {without, verifier,
+       "The code was issued without a code challenge, so no code_verifier belongs to it"},
+      {withChallenge, verifier, nullptr},
+      {without, std::nullopt, nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.verifier.value_or("(none)"));
+    const GrantOutcome outcome =
+        tokens_.redeemAuthorizationCode("client-1", c.code, "app:/cb", c.verifier);
+    if (c.refusal == nullptr) {
+      EXPECT_TRUE(outcome.tokens);
+    } else {
+      ASSERT_TRUE(outcome.refusal);
+      EXPECT_EQ(outcome.refusal->error, "invalid_grant");
+      EXPECT_EQ(outcome.refusal->description, c.refusal);
+    }
+  }
 }
 
 TEST_F(TokenStoreTest, AuthorizationCodeExpires) {

@@ -90,13 +90,17 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments,
   }
   // A tool that exits early must not kill the test with SIGPIPE.
   ::signal(SIGPIPE, SIG_IGN);
+  writeInput(input);
+  if (!keepInputOpen) closeFd(in_);
+}
+
+void ToolProcess::writeInput(const std::string& text) {
   std::size_t written = 0;
-  while (written < input.size()) {
-    const ssize_t n = ::write(in_, input.data() + written, input.size() - written);
+  while (in_ >= 0 && written < text.size()) {
+    const ssize_t n = ::write(in_, text.data() + written, text.size() - written);
     if (n <= 0) break;
     written += static_cast<std::size_t>(n);
   }
-  if (!keepInputOpen) closeFd(in_);
 }
 
 ToolProcess::~ToolProcess() {

@@ -43,6 +43,9 @@ class ToolProcess final {
   static ToolRun run(const std::vector<std::string>& arguments,
                      const EnvironmentChanges& environment, const std::string& input = "");
 
+  // Writes to standard input, when it was kept open.
+  void writeInput(const std::string& text);
+
   // Reads standard output until a whole line satisfies `accept` and returns
   // it; nothing when the output ends or `deadline` passes first.
   std::optional<std::string> readLine(const std::function<bool(const std::string&)>& accept,

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "devserver/FormCodec.h"
+#include "testing/FullDiskDirectory.h"
 #include "testing/TemporaryDirectory.h"
 #include "tools/ToolProcess.h"
 #include "velmor/Base64.h"
@@ -105,6 +107,9 @@ TEST_F(ToolTest, UsageErrorsExitWithTwo) {
        "--timeout takes 1 to 86400 seconds, not '0'"},
       {{"--server", "https://h/", "code-exchange", "--redirect-url", "app:/cb"},
        "--code is required"},
+      {{"--server", "https://h/", "code-exchange", "--code", "c", "--redirect-url", "app:/cb",
+        "--code-verifier", " "},
+       "--code-verifier must not be blank"},
       {{"serve", "--port", "70000"}, "--port takes 0 to 65535, not '70000'"},
       {{"serve", "--user", "nopassword"}, "--user takes NAME:PASSWORD, not 'nopassword'"},
       {{"serve", "--lockout-seconds", "0"}, "--lockout-seconds takes a number of seconds, not '0'"},
@@ -161,7 +166,8 @@ TEST_F(ToolTest, KeyFileIsMadeOnceWithPrivateModes) {
             (Json{{"state", 1},
                   {"stateName", "activationRequired"},
                   {"username", nullptr},
-                  {"validUntil", {{"accessToken", nullptr}, {"refreshToken", nullptr}}}}));
+                  {"validUntil", {{"accessToken", nullptr}, {"refreshToken", nullptr}}},
+                  {"store", "files in '" + home_.pathOf("keychain") + "'"}}));
   const std::string path = home_.pathOf("config/velmor-auth/key");
   EXPECT_EQ(modeOf(home_.pathOf("config")), 0700u);
   EXPECT_EQ(modeOf(home_.pathOf("config/velmor-auth")), 0700u);
@@ -231,13 +237,58 @@ TEST_F(ToolTest, StoreKeepsAValueBehindAPasscode) {
   EXPECT_EQ(run(with({"load"})).out, "[\n  \"replaced\"\n]\n");
 }
 
+Json storeError(const std::string& description) {
+  return {{"domain", "com.velmor.authorization.tool"}, {"code", 10}, {"description", description}};
+}
+
+// Nothing is sent and nothing reported done while the store cannot keep the
+// result; status still answers, and says why.
+TEST_F(ToolTest, CommandsThatWriteRefuseAStoreThatCannotSave) {
+  const std::string directory = home_.writeFile("not-a-directory", "") + "/keychain";
+  environment_["VELMOR_SECRET_STORE_DIR"] = directory;
+  const std::string reason = "The file store's directory '" + directory + "' cannot be written.";
+  const Words server = {"--server", "https://127.0.0.1:9/"};
+  const struct {
+    Words words;
+    std::string input;
+  } cases[] = {
+      {{"activate"}, ""},
+      {{"sign-in", "--username", "alice", "--password-stdin"}, "wonderland\n"},
+      {{"sign-in"}, ""},
+      {{"refresh"}, ""},
+      {{"headers"}, ""},
+      {{"call", "https://127.0.0.1:9/api/v1/me"}, ""},
+      {{"sign-out"}, ""},
+      {{"delete"}, ""},
+      {{"code-exchange", "--code", "c", "--redirect-url", "app:/cb"}, ""},
+      {{"web-sign-in", "--no-browser"}, ""},
+      {{"store", "--service", "notes", "--account", "anna", "save"}, "[1]"},
+      {{"store", "--service", "notes", "--account", "anna", "change-passcode", "--no-passcode"},
+       ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.words.front());
+    Words words = server;
+    words.insert(words.end(), c.words.begin(), c.words.end());
+    const Json result = runJson(words, 1, c.input);
+    EXPECT_EQ(result, (Json{{"error", storeError(reason)}}));
+  }
+  const ToolRun status = run({"--server", "https://127.0.0.1:9/", "status"});
+  EXPECT_EQ(status.exitCode, 0);
+  EXPECT_NE(
+      status.out.find("\nStore: files in '" + directory + "'\nStore problem: " + reason + "\n"),
+      std::string::npos)
+      << status.out;
+}
+
 // A `velmor-auth serve` process for the test, and the options that point
 // the client commands at it.
 class ServedToolTest : public ToolTest {
  protected:
   void SetUp() override {
-    server_ = std::make_unique<ToolProcess>(
-        Words{"serve", "--port", "0", "--dir", home_.pathOf("devserver"), "--json"}, environment_);
+    Words serve = {"serve", "--port", "0", "--dir", home_.pathOf("devserver"), "--json"};
+    serve.insert(serve.end(), serveOptions_.begin(), serveOptions_.end());
+    server_ = std::make_unique<ToolProcess>(serve, environment_);
     const std::optional<std::string> line =
         server_->readLine([](const std::string&) { return true; }, 60s);
     ASSERT_TRUE(line) << server_->finish(SIGKILL).err;
@@ -252,6 +303,7 @@ class ServedToolTest : public ToolTest {
     return all;
   }
 
+  Words serveOptions_;
   std::unique_ptr<ToolProcess> server_;
   Json announced_;
   std::string baseUrl_;
@@ -323,6 +375,25 @@ TEST_F(ServedToolTest, PasswordSignInThroughEveryCommand) {
                   {"description", "Not signed in: the state is 2 (signInRequired)"}}));
   EXPECT_EQ(runJson(client({"delete"}), 0),
             (Json{{"state", 1}, {"stateName", "activationRequired"}}));
+}
+
+// Several commands of one identity at once, against a server that revokes
+// the sign-in when a spent refresh token comes back: each one succeeds and
+// the user stays signed in.
+TEST_F(ServedToolTest, ConcurrentCommandsOfOneIdentityAllSucceed) {
+  ASSERT_EQ(run(client({"activate"})).exitCode, 0);
+  ASSERT_EQ(
+      run(client({"sign-in", "--username", "alice", "--password-stdin"}), "wonderland\n").exitCode,
+      0);
+  std::vector<std::unique_ptr<ToolProcess>> commands;
+  for (const char* command : {"refresh", "refresh", "refresh", "refresh", "headers", "headers"}) {
+    commands.push_back(std::make_unique<ToolProcess>(client({command}), environment_));
+  }
+  for (auto& command : commands) {
+    const ToolRun finished = command->finish();
+    EXPECT_EQ(finished.exitCode, 0) << finished.err;
+  }
+  EXPECT_EQ(runJson(client({"status"}), 0).at("state"), 3);
 }
 
 TEST_F(ServedToolTest, ClientCredentialsSignInHasNoUser) {
@@ -411,6 +482,9 @@ TEST_F(ServedToolTest, WebSignInCompletesWhenTheBrowserComesBack) {
   const std::optional<std::string> url = signIn.readLine(isSignInUrl, 60s);
   ASSERT_TRUE(url);
   EXPECT_EQ(url->rfind(baseUrl_ + "oauth2/v1/authorize?response_type=code&client_id=", 0), 0u);
+  EXPECT_TRUE(std::regex_search(
+      *url, std::regex("&code_challenge=[A-Za-z0-9_-]{43}&code_challenge_method=S256$")))
+      << *url;
 
   ScriptedBrowser browser(caFile_);
   const std::string location =
@@ -447,10 +521,24 @@ TEST_F(ServedToolTest, WebSignInReportsACancelAndATimeout) {
             "1)\n");
 }
 
+TEST_F(ServedToolTest, TakesTheCaFileFromTheEnvironment) {
+  environment_["VELMOR_CA_FILE"] = caFile_;
+  EXPECT_EQ(runJson({"--server", baseUrl_, "activate"}, 0).at("state"), 2);
+  // The option wins over the variable.
+  environment_["VELMOR_CA_FILE"] = home_.pathOf("missing.pem");
+  EXPECT_EQ(run({"--server", baseUrl_, "--ca-file", caFile_, "status"}).exitCode, 0);
+  const ToolRun unreadable = run({"--server", baseUrl_, "status"});
+  EXPECT_EQ(unreadable.exitCode, 2);
+  EXPECT_EQ(unreadable.err.rfind(
+                "velmor-auth: cannot read the CA file " + home_.pathOf("missing.pem") + "\n", 0),
+            0u)
+      << unreadable.err;
+}
+
 TEST_F(ServedToolTest, CodeExchangeWithACodeObtainedElsewhere) {
   runJson(client({"activate"}), 0);
   // The tool's own sign-in URL names the client; the code is then asked
-  // for with another redirect URL, as another program would.
+  // for with another redirect URL and proof key, as another program would.
   std::string url;
   {
     ToolProcess signIn(client({"web-sign-in", "--no-browser"}), environment_);
@@ -460,6 +548,9 @@ TEST_F(ServedToolTest, CodeExchangeWithACodeObtainedElsewhere) {
   const std::string redirect = "http://127.0.0.1:9/elsewhere";
   url = std::regex_replace(url, std::regex("redirect_uri=[^&]*"),
                            "redirect_uri=" + devserver::FormCodec::encode(redirect));
+  // RFC 7636, appendix B.
+  url = std::regex_replace(url, std::regex("code_challenge=[^&]*"),
+                           "code_challenge=E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM");
   ScriptedBrowser browser(caFile_);
   const std::string location =
       browser.submit(url, "username=alice&password=wonderland&action=sign-in");
@@ -467,10 +558,123 @@ TEST_F(ServedToolTest, CodeExchangeWithACodeObtainedElsewhere) {
   ASSERT_TRUE(std::regex_search(location, code, std::regex("code=([^&]+)"))) << location;
 
   const Words exchange = client({"code-exchange", "--code", code[1], "--redirect-url", redirect});
-  const Json signedIn = runJson(exchange, 0);
+  EXPECT_EQ(runJson(exchange, 1).at("error").at("code"), 4);
+  Words proven = exchange;
+  proven.insert(proven.end(), {"--code-verifier", "dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk"});
+  const Json signedIn = runJson(proven, 0);
   EXPECT_EQ(signedIn.at("state"), 3);
   EXPECT_EQ(signedIn.at("username"), nullptr);
-  EXPECT_EQ(runJson(exchange, 1).at("error").at("code"), 4);
+  EXPECT_EQ(runJson(proven, 1).at("error").at("code"), 4);
+}
+
+// A server that refuses browser sign-in requests without a proof key.
+class PkceRequiredToolTest : public ServedToolTest {
+ protected:
+  void SetUp() override {
+    serveOptions_ = {"--require-pkce"};
+    ServedToolTest::SetUp();
+  }
+};
+
+TEST_F(PkceRequiredToolTest, APastedRedirectCompletesTheSignIn) {
+  runJson(client({"activate"}), 0);
+  ToolProcess signIn(client({"web-sign-in", "--no-browser", "--paste"}), environment_, "", true);
+  const std::optional<std::string> url = signIn.readLine(isSignInUrl, 60s);
+  ASSERT_TRUE(url);
+  const std::optional<std::string> instruction = signIn.readLine(
+      [](const std::string& line) { return line.find(" paste here ") != std::string::npos; }, 60s);
+  ASSERT_TRUE(instruction);
+  std::smatch redirect;
+  ASSERT_TRUE(std::regex_search(*instruction, redirect,
+                                std::regex(R"(starts with (http://127\.0\.0\.1:\d+/callback)\?$)")))
+      << *instruction;
+
+  ScriptedBrowser browser(caFile_);
+  const std::string location =
+      browser.submit(*url, "username=alice&password=wonderland&action=sign-in");
+  ASSERT_EQ(location.rfind(redirect[1].str() + "?code=", 0), 0u) << location;
+  // The browser on the other machine never reaches the listener; the user
+  // copies its address bar instead, after a stray line.
+  signIn.writeInput("\nhttps://example.com/?code=x\n  " + location + "  \n");
+  const ToolRun result = signIn.finish();
+  EXPECT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_NE(result.out.find("That is not the address to paste; it starts with the redirect URL "
+                            "shown above.\n"),
+            std::string::npos)
+      << result.out;
+  EXPECT_NE(result.out.find("\nSigned in as alice.\n"), std::string::npos) << result.out;
+}
+
+TEST_F(PkceRequiredToolTest, ASignInWithoutAProofKeyIsRefused) {
+  runJson(client({"activate"}), 0);
+  ToolProcess signIn(client({"web-sign-in", "--no-browser", "--no-pkce"}), environment_);
+  const std::optional<std::string> url = signIn.readLine(isSignInUrl, 60s);
+  ASSERT_TRUE(url);
+  EXPECT_EQ(url->find("code_challenge"), std::string::npos);
+  CurlHttpClient http(CurlHttpClientOptions{60s, caFile_, 1024 * 1024});
+  const HttpResult page = http.send(HttpRequest(*Url::withString(*url)));
+  ASSERT_TRUE(page.response);
+  EXPECT_EQ(page.response->statusCode(), 302);
+  const std::string location = page.response->valueForHTTPHeaderField("Location").value_or("");
+  const HttpResult landed = http.send(HttpRequest(*Url::withString(location)));
+  const std::string shown =
+      landed.body ? std::string(landed.body->begin(), landed.body->end()) : "";
+  EXPECT_NE(shown.find("<h1>Sign-in failed</h1>"), std::string::npos) << shown;
+  const ToolRun result = signIn.finish();
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.err,
+            "velmor-auth: Server error: 'invalid_request' (com.velmor.authorization.server, code "
+            "5)\n");
+}
+
+// A store that takes nothing while its condition says it could (here a full
+// disk): the registration the server made is not reported as done.
+TEST_F(ServedToolTest, AWriteTheStoreRefusedIsNotReportedAsDone) {
+  FullDiskDirectory disk;
+  environment_["VELMOR_SECRET_STORE_DIR"] = disk.path() + "/keychain";
+  runJson(client({"status"}), 0);  // makes the key file while files can still grow
+  disk.fill();
+  const Json activated = runJson(client({"activate"}), 1);
+  disk.release();
+  EXPECT_EQ(activated,
+            (Json{{"state", 1},
+                  {"stateName", "activationRequired"},
+                  {"error", storeError("The registration was not saved: the secret store refused "
+                                       "it (--log-level 1 shows why)")}}));
+}
+
+// Against a private gnome-keyring whose default collection is locked
+// (tests/tools/CMakeLists.txt runs it under with-secret-service --locked):
+// the store is chosen as on a desktop, and every write names the keyring.
+class LockedKeyringToolTest : public ToolTest {
+ protected:
+  void SetUp() override {
+    const char* scenario = std::getenv("VELMOR_SECRET_SERVICE_SCENARIO");
+    if (!scenario) GTEST_SKIP() << "runs under ctest, which sets up its Secret Service";
+    ASSERT_STREQ(scenario, "locked");
+    environment_.erase("DBUS_SESSION_BUS_ADDRESS");
+    environment_["VELMOR_SECRET_STORE"] = std::nullopt;
+  }
+};
+
+TEST_F(LockedKeyringToolTest, WritesFailNamingTheKeyringAndStatusSaysWhy) {
+  const std::string reason =
+      "The Secret Service's default keyring \"Login\" is locked, so nothing can be read from it "
+      "or saved in it; unlock it (for example in the desktop's password manager, Seahorse) and "
+      "try again.";
+  const Words server = {"--server", "https://127.0.0.1:9/"};
+  for (const Words& command : {Words{"activate"}, Words{"sign-in"}, Words{"delete"}}) {
+    SCOPED_TRACE(command.front());
+    Words words = server;
+    words.insert(words.end(), command.begin(), command.end());
+    const ToolRun result = run(words);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "velmor-auth: " + reason + " (com.velmor.authorization.tool, code 10)\n");
+  }
+  const Json status = runJson({"--server", "https://127.0.0.1:9/", "status"}, 0);
+  EXPECT_EQ(status.at("store"), "Secret Service (default collection)");
+  EXPECT_EQ(status.at("storeProblem"), reason);
 }
 
 TEST_F(ToolTest, LogLevelShowsTheLibrarysLinesOnStandardError) {

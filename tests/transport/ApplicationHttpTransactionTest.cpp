@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "transport/TransactionTestSupport.h"
 
@@ -101,6 +102,67 @@ TEST_F(ApplicationHttpTransactionTest, OnlyExpiredOrUnderScopedTokensAreForgotte
     EXPECT_EQ(record_->clientSecret(), "csecret");
   }
   EXPECT_EQ(outcomeOf(transaction_.handleAuthorizationFailureResponse(nullptr)), "client 1");
+}
+
+// Each line is read alone once the joined value fails, and the first Bearer
+// one is acted on as if it had come alone.
+TEST_F(ApplicationHttpTransactionTest, SeveralChallengeLinesAreReadOneByOne) {
+  struct Case {
+    std::int64_t status;
+    std::vector<std::string> lines;
+    std::string outcome;
+    bool forgotten;
+    std::optional<std::string> description;  // of the challenge acted on
+  } cases[] = {
+      {401,
+       {R"(Basic realm="api")",
+        R"(Bearer realm="api", error="invalid_token", error_description="b")"},
+       "server 7",
+       true,
+       "b"},
+      {403,
+       {R"(Basic realm="api")", R"(Bearer error="insufficient_scope", error_description="b")",
+        R"(Bearer error="invalid_token", error_description="c")"},
+       "server 2",
+       true,
+       "b"},
+      {401,
+       {R"(Bearer realm="a", error="invalid_token", error_description="a")", R"(Basic realm="b")"},
+       "server 7",
+       true,
+       "a"},
+      // As if alone: a 400 refusal forgets nothing.
+      {400,
+       {R"(Basic realm="a")", R"(Bearer error="invalid_request")"},
+       "server 5",
+       false,
+       std::nullopt},
+      // Nothing but other schemes: the joined value's parse error stands.
+      {401, {R"(Basic realm="a")", R"(Digest realm="b")"}, "server 1", false, std::nullopt},
+      // One line is read as it is, even when it holds two challenges.
+      {401, {R"(Basic realm="a", Bearer error="invalid_token")"}, "server 1", false, std::nullopt},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.lines.back());
+    fillRecord();
+    HttpUrlResponse::HeaderFields fields;
+    for (const std::string& line : c.lines) fields.emplace_back("WWW-Authenticate", line);
+    ErrorRef error = transaction_.handleAuthorizationFailureResponse(responseOf(c.status, fields));
+    ASSERT_EQ(outcomeOf(error), c.outcome);
+    EXPECT_EQ(record_->hasAccessToken(), !c.forgotten);
+    EXPECT_EQ(record_->accessTokenValidEndDateTime().has_value(), !c.forgotten);
+    if (c.outcome == "server 1") {
+      EXPECT_EQ(error->description().value_or("").rfind(
+                    "Unexpected WWW-Authenticate header format. Expecting attribute name end but "
+                    "found character: ' ' at position ",
+                    0),
+                0u)
+          << error->description().value_or("");
+    } else {
+      const auto& failure = dynamic_cast<const VelmorAuthorizationError&>(*error);
+      EXPECT_EQ(failure.serverErrorResponse()->errorDescription(), c.description);
+    }
+  }
 }
 
 TEST_F(ApplicationHttpTransactionTest, TheErrorCarriesTheResponseAndTheChallenge) {

@@ -83,6 +83,11 @@ TEST_F(RequestAccessTokenTransactionTest, RefreshAndCodeExchangeBuildTheirOwnFor
             "grant_type=authorization_code&code=a/b c&d&redirect_uri=com.example.app%3A%2F%2Fdone"
             "%3Fx%3D1");
   EXPECT_EQ(request.headers, test::formHeaders());
+  // A verifier handed in by the application is escaped like any value.
+  exchange.setCodeVerifier("v~1 &=");
+  EXPECT_EQ(test::generate(exchange).body,
+            "grant_type=authorization_code&code=a/b c&d&redirect_uri=com.example.app%3A%2F%2Fdone"
+            "%3Fx%3D1&code_verifier=v~1%20%26%3D");
 }
 
 TEST_F(RequestAccessTokenTransactionTest, StoresTokensWithPeriodsFromOneMoment) {

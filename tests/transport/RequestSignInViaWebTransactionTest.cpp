@@ -6,6 +6,7 @@
 #include <regex>
 #include <string>
 
+#include "storage/ProofKey.h"
 #include "transport/TransactionTestSupport.h"
 
 namespace velmor {
@@ -62,6 +63,38 @@ TEST_F(RequestSignInViaWebTransactionTest, BuildsTheSignInUrl) {
     }
     EXPECT_EQ(url, c.url);
   }
+}
+
+TEST_F(RequestSignInViaWebTransactionTest, AHashRoutedPageKeepsItsPathAndLosesItsFragment) {
+  record_->setClientId("c");
+  const std::optional<HttpRequest> request =
+      transaction_.generateRequest(urlOf("https://h.example/app/?a=1#/sign/in"), urlOf(kRedirect));
+  ASSERT_TRUE(request);
+  EXPECT_EQ(request->url.absoluteString(),
+            "https://h.example/app/?a=1&response_type=code&client_id=c&redirect_uri=com.example."
+            "app%3A%2F%2Fdone&state=" +
+                *transaction_.lastGeneratedState());
+}
+
+TEST_F(RequestSignInViaWebTransactionTest, AProofKeyChallengeEndsTheQueryWhenAskedFor) {
+  record_->setClientId("c");
+  transaction_.setExtraParameters(Dictionary{{"prompt", "login"}});
+  ASSERT_TRUE(transaction_.generateRequest(urlOf("https://h.example/s"), urlOf(kRedirect)));
+  EXPECT_EQ(transaction_.codeVerifier(), std::nullopt);
+
+  transaction_.setUsesPkce(true);
+  const std::optional<HttpRequest> request =
+      transaction_.generateRequest(urlOf("https://h.example/s"), urlOf(kRedirect));
+  ASSERT_TRUE(request && transaction_.codeVerifier());
+  const std::string verifier = *transaction_.codeVerifier();
+  EXPECT_EQ(verifier.size(), 43u);
+  EXPECT_EQ(request->url.absoluteString(),
+            "https://h.example/s?response_type=code&client_id=c&redirect_uri=com.example.app%3A%2F%"
+            "2Fdone&state=" +
+                *transaction_.lastGeneratedState() + "&prompt=login&code_challenge=" +
+                ProofKey::codeChallengeForVerifier(verifier) + "&code_challenge_method=S256");
+  ASSERT_TRUE(transaction_.generateRequest(urlOf("https://h.example/s"), urlOf(kRedirect)));
+  EXPECT_NE(transaction_.codeVerifier(), verifier);
 }
 
 TEST_F(RequestSignInViaWebTransactionTest, EveryRequestHasAFreshStateAndTransactionId) {

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "devserver/CodeChallenge.h"
 #include "devserver/FormCodec.h"
 #include "devserver/SignInPage.h"
 
@@ -152,6 +153,35 @@ ServiceReply redirectError(const FormFields& request, const std::string& error,
   return redirectTo(request.valueOf("redirect_uri"), FormFields(std::move(parameters)));
 }
 
+// Why a sign-in request's proof-key challenge cannot be taken, if it cannot.
+std::optional<GrantRefusal> challengeRefusal(const FormFields& request, bool required) {
+  const std::string* challenge = request.find("code_challenge");
+  const std::string* method = request.find("code_challenge_method");
+  if (challenge == nullptr) {
+    if (method != nullptr) {
+      return GrantRefusal{"invalid_request", "code_challenge_method came without a code_challenge"};
+    }
+    if (required) {
+      return GrantRefusal{"invalid_request",
+                          "This server requires a code challenge (PKCE, method S256)"};
+    }
+    return std::nullopt;
+  }
+  if (method == nullptr || *method != CodeChallenge::kMethod) {
+    return GrantRefusal{"invalid_request", "Only the code challenge method S256 is supported"};
+  }
+  if (!CodeChallenge::isWellFormed(*challenge)) {
+    return GrantRefusal{"invalid_request",
+                        "The code_challenge is not the Base64url of a SHA-256 digest"};
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> valueIfPresent(const FormFields& form, std::string_view name) {
+  const std::string* value = form.find(name);
+  return value != nullptr ? std::optional<std::string>(*value) : std::nullopt;
+}
+
 std::string lockoutSentence(std::chrono::seconds left) {
   return "The account is locked after too many wrong passwords; try again in " +
          std::to_string(left.count()) + " seconds";
@@ -166,12 +196,17 @@ DevelopmentAuthorizationService::DevelopmentAuthorizationService(ServiceSettings
       clients_(settings_.appTokens),
       users_(settings_.users, settings_.maxFailedSignIns, settings_.lockoutDuration, *clock_),
       tokens_(TokenLifetimes{settings_.accessTokenLifetime, settings_.refreshTokenLifetime,
-                             settings_.authorizationCodeLifetime},
+                             settings_.authorizationCodeLifetime, settings_.refreshTokenReuseGrace},
               *clock_) {}
 
 ServiceReply DevelopmentAuthorizationService::handle(const ServiceRequest& request) {
   std::lock_guard<std::mutex> lock(mutex_);
   return route(request);
+}
+
+std::uint64_t DevelopmentAuthorizationService::reusedRefreshTokens() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return tokens_.reusedRefreshTokens();
 }
 
 ServiceReply DevelopmentAuthorizationService::route(const ServiceRequest& request) {
@@ -284,7 +319,8 @@ ServiceReply DevelopmentAuthorizationService::authorizationCodeGrant(const Regis
   if (!code) return missing("code");
   std::optional<std::string> redirectUri = nonEmpty(form, "redirect_uri");
   if (!redirectUri) return missing("redirect_uri");
-  return outcomeReply(tokens_.redeemAuthorizationCode(client.clientId, *code, *redirectUri));
+  return outcomeReply(tokens_.redeemAuthorizationCode(client.clientId, *code, *redirectUri,
+                                                      valueIfPresent(form, "code_verifier")));
 }
 
 ServiceReply DevelopmentAuthorizationService::revoke(const ServiceRequest& request) {
@@ -305,20 +341,29 @@ ServiceReply DevelopmentAuthorizationService::revoke(const ServiceRequest& reque
 ServiceReply DevelopmentAuthorizationService::signIn(const ServiceRequest& request) {
   const bool submitted = request.method == "POST";
   if (submitted && !isFormBody(request)) {
-    return problemPage(400, "Bad request", "The form must be sent form-encoded.");
+    return problemPage(400, "Bad request",
+                       "The sign-in form must be sent form-encoded, as the page itself sends "
+                       "it.");
   }
   std::optional<FormFields> parameters = FormCodec::parse(submitted ? request.body : request.query);
   if (!parameters || parameters->hasDuplicates()) {
-    return problemPage(400, "Bad request", "The sign-in request is malformed.");
+    return problemPage(400, "Bad request",
+                       "The sign-in link is malformed: a parameter is repeated or badly "
+                       "percent-encoded. Start the sign-in again from the application.");
   }
   // Without a known client and a usable redirect URL there is nobody to send
   // an error to: tell the person in the browser instead (RFC 6749, 4.1.2.1).
   if (clients_.find(parameters->valueOf("client_id")) == nullptr) {
-    return problemPage(400, "Unknown client", "The client_id names no registered client.");
+    return problemPage(400, "Unknown client",
+                       "This server knows no application with the client_id of this link. It "
+                       "forgets every registration when it restarts: activate the application "
+                       "again, then start a new sign-in.");
   }
   if (!isRedirectUri(parameters->valueOf("redirect_uri"))) {
     return problemPage(400, "Invalid redirect URL",
-                       "The redirect_uri is missing or not an absolute URL without a fragment.");
+                       "The sign-in link has no usable redirect_uri, so there is nowhere to "
+                       "send you back to. It must be an absolute URL without a fragment, such "
+                       "as http://127.0.0.1:8000/callback.");
   }
   if (parameters->valueOf("response_type") != "code") {
     return redirectError(*parameters, "unsupported_response_type",
@@ -326,6 +371,8 @@ ServiceReply DevelopmentAuthorizationService::signIn(const ServiceRequest& reque
   }
   std::optional<GrantRefusal> refused;
   std::vector<std::string> scopes = grantedScopes(*parameters, &refused);
+  if (refused) return redirectError(*parameters, refused->error, refused->description);
+  refused = challengeRefusal(*parameters, settings_.requirePkce);
   if (refused) return redirectError(*parameters, refused->error, refused->description);
   if (!submitted) {
     ServiceReply result = reply(200, kHtmlType, SignInPage::form(*parameters, "", ""));
@@ -351,8 +398,9 @@ ServiceReply DevelopmentAuthorizationService::submitSignIn(const FormFields& for
     return result;
   }
   const std::string redirectUri = form.valueOf("redirect_uri");
-  const std::string code = tokens_.issueAuthorizationCode(
-      GrantRequest{form.valueOf("client_id"), username, scopes}, redirectUri);
+  const std::string code =
+      tokens_.issueAuthorizationCode(GrantRequest{form.valueOf("client_id"), username, scopes},
+                                     redirectUri, valueIfPresent(form, "code_challenge"));
   std::vector<FormFields::Field> parameters = {{"code", code}};
   if (const std::string* state = form.find("state")) parameters.emplace_back("state", *state);
   parameters.emplace_back("x_username", username);

@@ -4,6 +4,7 @@
 #ifndef VELMOR_TOOLS_DEVSERVER_DEVELOPMENT_AUTHORIZATION_SERVICE_H_
 #define VELMOR_TOOLS_DEVSERVER_DEVELOPMENT_AUTHORIZATION_SERVICE_H_
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -29,10 +30,12 @@ namespace velmor::devserver {
 //                                    x_namespace_id), client_credentials
 //                                    (scope), refresh_token (refresh_token,
 //                                    scope), authorization_code (code,
-//                                    redirect_uri) → 200 token response
+//                                    redirect_uri, code_verifier) → 200
+//                                    token response
 //   POST /oauth2/v1/tokens/revoke    Basic client; token → 200
 //   GET  /oauth2/v1/authorize        the sign-in form for response_type=code,
-//                                    client_id, redirect_uri, scope, state
+//                                    client_id, redirect_uri, scope, state,
+//                                    code_challenge, code_challenge_method
 //   POST /oauth2/v1/authorize        the form: a 302 to redirect_uri with
 //                                    code, state and x_username, or with
 //                                    error=access_denied on "cancel"
@@ -50,6 +53,11 @@ namespace velmor::devserver {
 // ("insufficient_scope" with the scope it needs) and a Bearer challenge
 // whose realm comes first.
 //
+// A sign-in request may carry a proof-key challenge (PKCE), method S256
+// only; with `requirePkce` it must. A code issued for a challenge is
+// exchanged only with the verifier that answers it, and a code issued
+// without one refuses any verifier: "invalid_grant" either way.
+//
 // Thread-safe: one lock serialises every request, which is plenty for a
 // development server. The clock is shared with the caller and must be safe
 // to read from any thread.
@@ -64,6 +72,9 @@ class DevelopmentAuthorizationService final {
   DevelopmentAuthorizationService(ServiceSettings settings, std::shared_ptr<const Clock> clock);
 
   ServiceReply handle(const ServiceRequest& request);
+
+  // Spent refresh tokens presented again since the start (TokenStore).
+  std::uint64_t reusedRefreshTokens();
 
   const ServiceSettings& settings() const { return settings_; }
 

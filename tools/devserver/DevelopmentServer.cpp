@@ -106,6 +106,7 @@ class DevelopmentServer::Impl {
   const std::string& baseUrl() const { return baseUrl_; }
   int port() const { return port_; }
   const std::optional<CertificateFiles>& files() const { return files_; }
+  DevelopmentAuthorizationService& service() { return service_; }
 
  private:
   void route() {
@@ -174,6 +175,10 @@ int DevelopmentServer::port() const { return impl_->port(); }
 
 const std::optional<CertificateFiles>& DevelopmentServer::certificateFiles() const {
   return impl_->files();
+}
+
+std::uint64_t DevelopmentServer::reusedRefreshTokens() {
+  return impl_->service().reusedRefreshTokens();
 }
 
 void DevelopmentServer::stop() { impl_->stop(); }

@@ -3,6 +3,7 @@
 #ifndef VELMOR_TOOLS_DEVSERVER_DEVELOPMENT_SERVER_H_
 #define VELMOR_TOOLS_DEVSERVER_DEVELOPMENT_SERVER_H_
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -55,6 +56,10 @@ class DevelopmentServer final {
   int port() const;
   // The files the server uses; absent for plain HTTP.
   const std::optional<CertificateFiles>& certificateFiles() const;
+  // Spent refresh tokens presented again since the start: a client that
+  // sent a rotated-out token, which a strict server answers by revoking
+  // the sign-in.
+  std::uint64_t reusedRefreshTokens();
 
   void stop();
 

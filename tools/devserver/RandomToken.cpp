@@ -12,12 +12,16 @@ std::string RandomToken::make(std::size_t bytes) {
   if (RAND_bytes(random.data(), static_cast<int>(random.size())) != 1) {
     throw std::runtime_error("the random generator failed");
   }
+  return encode(random);
+}
+
+std::string RandomToken::encode(std::span<const unsigned char> bytes) {
   static constexpr char kAlphabet[] =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
   std::string text;
   unsigned int buffer = 0;
   int bits = 0;
-  for (unsigned char byte : random) {
+  for (unsigned char byte : bytes) {
     buffer = (buffer << 8) | byte;
     bits += 8;
     while (bits >= 6) {

@@ -3,6 +3,7 @@
 #define VELMOR_TOOLS_DEVSERVER_RANDOM_TOKEN_H_
 
 #include <cstddef>
+#include <span>
 #include <string>
 
 namespace velmor::devserver {
@@ -16,6 +17,8 @@ class RandomToken final {
   // library sends authorization codes unescaped). Throws std::runtime_error
   // when the generator fails, which only a broken installation causes.
   static std::string make(std::size_t bytes);
+  // Unpadded Base64url of `bytes`, as make() writes its tokens.
+  static std::string encode(std::span<const unsigned char> bytes);
 };
 
 }  // namespace velmor::devserver

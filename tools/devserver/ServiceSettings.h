@@ -32,6 +32,13 @@ struct ServiceSettings {
   std::chrono::seconds accessTokenLifetime{3600};
   std::chrono::seconds refreshTokenLifetime{14 * 24 * 3600};
   std::chrono::seconds authorizationCodeLifetime{600};
+  // How long a spent refresh token is honoured again; 0 (strict) revokes
+  // the sign-in at its first reuse.
+  std::chrono::seconds refreshTokenReuseGrace{0};
+
+  // Browser sign-in requests without a proof-key challenge (PKCE, S256)
+  // are refused with "invalid_request".
+  bool requirePkce = false;
 
   // Wrong passwords in a row that lock an account; 0 never locks.
   int maxFailedSignIns = 3;

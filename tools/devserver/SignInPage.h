@@ -9,12 +9,11 @@
 
 namespace velmor::devserver {
 
-// Pages are plain HTML without scripts, so that any browser and any test
-// driver can fill them in: the form has the fields "username" and
-// "password" (ids the same), and two submit buttons named "action" with the
-// values "sign-in" (id "sign-in") and "cancel" (id "cancel"). The request's
-// own parameters travel as hidden fields. Every text put into a page is
-// HTML-escaped.
+// Pages are plain HTML without scripts, styled inline for light and dark
+// screens, so that any browser and any test driver can fill them in: the form has the fields
+// "username" and "password" (ids the same), and two submit buttons named "action" with the values
+// "sign-in" (id "sign-in") and "cancel" (id "cancel"). The request's own parameters travel as
+// hidden fields. Every text put into a page is HTML-escaped.
 class SignInPage final {
  public:
   SignInPage() = delete;

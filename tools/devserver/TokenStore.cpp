@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "devserver/CodeChallenge.h"
 #include "devserver/RandomToken.h"
 
 namespace velmor::devserver {
@@ -21,6 +22,24 @@ bool within(const std::vector<std::string>& wanted, const std::vector<std::strin
   return std::all_of(wanted.begin(), wanted.end(), [&](const std::string& scope) {
     return std::find(allowed.begin(), allowed.end(), scope) != allowed.end();
   });
+}
+
+// Nothing when the verifier answers the code's challenge, or neither is
+// there.
+std::optional<GrantOutcome> checkProofKey(const std::optional<std::string>& challenge,
+                                          const std::optional<std::string>& verifier) {
+  if (!challenge) {
+    if (!verifier) return std::nullopt;
+    return invalidGrant(
+        "The code was issued without a code challenge, so no code_verifier belongs to it");
+  }
+  if (!verifier) {
+    return invalidGrant("The code was issued for a code challenge: code_verifier is missing");
+  }
+  if (!CodeChallenge::isAnsweredBy(*challenge, *verifier)) {
+    return invalidGrant("The code_verifier does not match the code challenge");
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -65,29 +84,35 @@ GrantOutcome TokenStore::refresh(const std::string& clientId, const std::string&
     return invalidGrant("The refresh token was issued to another client");
   }
   if (grant.revoked) return invalidGrant("The refresh token was revoked");
-  if (entry.spent) {
-    grant.revoked = true;
-    return invalidGrant("The refresh token was used before; the sign-in is revoked");
+  const Clock::TimePoint now = clock_.now();
+  if (entry.spentAt) {
+    ++reusedRefreshTokens_;
+    if (now >= *entry.spentAt + lifetimes_.refreshTokenReuseGrace) {
+      grant.revoked = true;
+      return invalidGrant("The refresh token was used before; the sign-in is revoked");
+    }
   }
-  if (clock_.now() >= entry.expiresAt) return invalidGrant("The refresh token expired");
+  if (now >= entry.expiresAt) return invalidGrant("The refresh token expired");
   if (!within(scopes, grant.request.scopes)) {
     return refused("invalid_scope", "The scope asked for exceeds the one granted");
   }
-  entry.spent = true;
+  if (!entry.spentAt) entry.spentAt = now;
   return GrantOutcome{issueFor(entry.grantId, scopes.empty() ? grant.request.scopes : scopes),
                       std::nullopt};
 }
 
-std::string TokenStore::issueAuthorizationCode(const GrantRequest& grant, std::string redirectUri) {
+std::string TokenStore::issueAuthorizationCode(const GrantRequest& grant, std::string redirectUri,
+                                               std::optional<std::string> codeChallenge) {
   std::string code = RandomToken::make(24);
-  codes_[code] = CodeEntry{grant, std::move(redirectUri),
+  codes_[code] = CodeEntry{grant, std::move(redirectUri), std::move(codeChallenge),
                            clock_.now() + lifetimes_.authorizationCode, std::nullopt};
   return code;
 }
 
 GrantOutcome TokenStore::redeemAuthorizationCode(const std::string& clientId,
                                                  const std::string& code,
-                                                 const std::string& redirectUri) {
+                                                 const std::string& redirectUri,
+                                                 const std::optional<std::string>& codeVerifier) {
   auto found = codes_.find(code);
   if (found == codes_.end()) return invalidGrant("The authorization code is not known");
   CodeEntry& entry = found->second;
@@ -101,6 +126,9 @@ GrantOutcome TokenStore::redeemAuthorizationCode(const std::string& clientId,
   }
   if (entry.redirectUri != redirectUri) {
     return invalidGrant("The redirect URL differs from the one the code was issued for");
+  }
+  if (std::optional<GrantOutcome> refusal = checkProofKey(entry.codeChallenge, codeVerifier)) {
+    return *refusal;
   }
   const std::uint64_t grantId = addGrant(entry.grant);
   entry.redeemedAs = grantId;

@@ -52,6 +52,8 @@ struct TokenLifetimes {
   std::chrono::seconds accessToken{3600};
   std::chrono::seconds refreshToken{14 * 24 * 3600};
   std::chrono::seconds authorizationCode{600};
+  // How long a spent refresh token is still honoured; 0 is strict.
+  std::chrono::seconds refreshTokenReuseGrace{0};
 };
 
 // What an access token presented to a resource is worth.
@@ -70,10 +72,16 @@ struct AccessTokenInfo {
 // that follows from it.
 // - Refresh rotates: each use of a refresh token answers a new one and
 //   spends the old. Presenting a spent refresh token again means it leaked,
-//   so the whole grant is revoked (every token of it stops working).
+//   so the whole grant is revoked (every token of it stops working) — unless
+//   it comes within the reuse grace after it was spent, as two clients
+//   racing with one token would: then it is honoured once more with new
+//   tokens of the same grant. Every presentation of a spent token counts as
+//   a reuse, honoured or not.
 // - An authorization code works once, for the client it was issued to and
 //   the same redirect URL, within its lifetime; a second use revokes the
-//   grant the first use made.
+//   grant the first use made. A code issued with a proof-key challenge
+//   (S256) needs the verifier that answers it; one issued without refuses
+//   a verifier, so that nobody can pass off a stolen code as protected.
 // - Revoking a refresh token revokes its grant; revoking an access token
 //   ends that token only. Tokens of other clients are left alone.
 // Everything lives in memory. Not thread-safe: the owning service
@@ -88,15 +96,20 @@ class TokenStore final {
   GrantOutcome refresh(const std::string& clientId, const std::string& refreshToken,
                        const std::vector<std::string>& scopes);
 
-  std::string issueAuthorizationCode(const GrantRequest& grant, std::string redirectUri);
-  GrantOutcome redeemAuthorizationCode(const std::string& clientId, const std::string& code,
-                                       const std::string& redirectUri);
+  std::string issueAuthorizationCode(const GrantRequest& grant, std::string redirectUri,
+                                     std::optional<std::string> codeChallenge = std::nullopt);
+  GrantOutcome redeemAuthorizationCode(
+      const std::string& clientId, const std::string& code, const std::string& redirectUri,
+      const std::optional<std::string>& codeVerifier = std::nullopt);
 
   // Whichever kind `token` is; unknown tokens and other clients' tokens are
   // ignored, as revocation answers the same whatever the token was.
   void revoke(const std::string& clientId, const std::string& token);
 
   AccessTokenInfo inspect(const std::string& accessToken) const;
+
+  // Spent refresh tokens presented again so far.
+  std::uint64_t reusedRefreshTokens() const { return reusedRefreshTokens_; }
 
  private:
   struct Grant {
@@ -112,11 +125,12 @@ class TokenStore final {
   struct RefreshTokenEntry {
     std::uint64_t grantId;
     Clock::TimePoint expiresAt;
-    bool spent = false;
+    std::optional<Clock::TimePoint> spentAt{};
   };
   struct CodeEntry {
     GrantRequest grant;
     std::string redirectUri;
+    std::optional<std::string> codeChallenge;
     Clock::TimePoint expiresAt;
     std::optional<std::uint64_t> redeemedAs;
   };
@@ -131,6 +145,7 @@ class TokenStore final {
   std::map<std::string, AccessTokenEntry> accessTokens_;
   std::map<std::string, RefreshTokenEntry> refreshTokens_;
   std::map<std::string, CodeEntry> codes_;
+  std::uint64_t reusedRefreshTokens_ = 0;
 };
 
 }  // namespace velmor::devserver

@@ -1,17 +1,21 @@
 #include "ClientCommands.h"
 
 #include <chrono>
+#include <cstdio>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
-#include "BrowserLauncher.h"
 #include "ClientSession.h"
 #include "OptionNames.h"
 #include "ResourceCall.h"
+#include "SecretStoreReport.h"
 #include "TerminalInput.h"
 #include "ToolError.h"
 #include "WebSignInFlow.h"
+#include "velmor/BrowserLauncher.h"
 
 namespace velmor::tool {
 
@@ -37,12 +41,34 @@ std::string joined(const Scopes& scopes) {
   return text;
 }
 
+// The session for a command that reads or writes the credential record; none,
+// after saying why, when the secret store cannot be used now (a locked
+// keyring would otherwise read as "activation required" and swallow every
+// write).
+std::unique_ptr<ClientSession> openWithStore(CommandContext& context, int* status) {
+  std::unique_ptr<ClientSession> session =
+      ClientSession::open(context.invocation, context.out, status);
+  if (session) *status = SecretStoreReport::requireUsable(context.out);
+  return *status == kExitSuccess ? std::move(session) : nullptr;
+}
+
+bool holdsTokens(ClientSession& session) {
+  const AuthorizationState state = session.client().authorizationState();
+  return state == AuthorizationStateAuthorized || state == AuthorizationStateRefreshRequired;
+}
+
 // What every sign-in form reports: who, what was granted, where it stands.
 int reportSignIn(ClientSession& session, OutputPrinter& out, const std::optional<Scopes>& scopes,
                  const ErrorRef& error) {
   if (error) {
     session.reportState(out);
     return out.fail(error);
+  }
+  const int kept = SecretStoreReport::requireKept(
+      out, session.client().accessTokenValidEndDateTime().has_value(), "The tokens");
+  if (kept != kExitSuccess) {
+    session.reportState(out);
+    return kept;
   }
   const std::optional<std::string> username = session.client().username();
   out.set("username", username ? nlohmann::json(*username) : nlohmann::json(nullptr));
@@ -67,17 +93,46 @@ std::optional<std::string> readPassword(CommandContext& context, const std::stri
   return TerminalInput::readHidden("Password for " + username + ": ");
 }
 
+// Opens the sign-in page in the browser, or prints its URL, and says what
+// happens next.
+void showSignInPage(const WebSignInFlow::Page& page, bool noBrowser, bool paste,
+                    const std::function<void(const std::string&)>& notice) {
+  if (noBrowser) {
+    notice(page.signInUrl);
+  } else if (ErrorRef error; !BrowserLauncher::openUrl(*Url::withString(page.signInUrl), &error)) {
+    notice("Could not start a browser (" + OutputPrinter::describe(*error).value_or("") +
+           "); open this URL:");
+    notice(page.signInUrl);
+  } else {
+    notice(paste ? "Continue in the browser; waiting for it to come back."
+                 : "Continue in the browser; waiting for it to come back (a browser on "
+                   "another machine cannot: use --paste).");
+  }
+  if (paste) {
+    notice(
+        "If the browser runs on another machine, sign in there, then paste here the whole "
+        "address it ends up at (its page will not load); it starts with " +
+        page.redirectUrl + "?");
+  }
+}
+
 }  // namespace
 
 int runActivate(CommandContext& context) {
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session =
-      ClientSession::open(context.invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   ErrorRef error;
   if (!session->client().activate(&error)) {
     session->reportState(context.out);
     return context.out.fail(error);
+  }
+  const int kept = SecretStoreReport::requireKept(
+      context.out, session->client().authorizationState() != AuthorizationStateActivationRequired,
+      "The registration");
+  if (kept != kExitSuccess) {
+    session->reportState(context.out);
+    return kept;
   }
   context.out.line("Activated: this installation is registered with " +
                    session->serverUrl().absoluteString());
@@ -99,7 +154,7 @@ int runSignIn(CommandContext& context) {
     return out.usage("--username must not be blank", "sign-in");
   }
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session = ClientSession::open(invocation, out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   ErrorRef error;
   std::optional<Scopes> granted;
@@ -122,8 +177,7 @@ int runSignIn(CommandContext& context) {
 
 int runRefresh(CommandContext& context) {
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session =
-      ClientSession::open(context.invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   ErrorRef error;
   const std::optional<Scopes> granted =
@@ -149,13 +203,14 @@ int runStatus(CommandContext& context) {
   context.out.set("username", username ? nlohmann::json(*username) : nlohmann::json(nullptr));
   context.out.line("User: " + username.value_or("none"));
   session->reportValidity(context.out);
+  // Reads only: a store that cannot be used is shown, not refused.
+  SecretStoreReport::describe(context.out);
   return kExitSuccess;
 }
 
 int runHeaders(CommandContext& context) {
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session =
-      ClientSession::open(context.invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   std::optional<Dictionary> headers;
   ErrorRef error;
@@ -178,8 +233,7 @@ int runCall(CommandContext& context) {
   const std::optional<Url> url = Url::withString(target);
   if (!url) return context.out.usage("'" + target + "' is not an absolute URL", "call");
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session =
-      ClientSession::open(context.invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   std::optional<Dictionary> headers;
   ErrorRef error;
@@ -202,26 +256,33 @@ int runCall(CommandContext& context) {
 
 int runSignOut(CommandContext& context) {
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session =
-      ClientSession::open(context.invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   ErrorRef error;
   const bool revoked = session->client().signOut(&error);
-  // The tokens are gone here even when the server could not be told.
-  if (revoked) context.out.line("Signed out.");
+  // The tokens are gone here even when the server could not be told, unless
+  // the store refused to remove them.
+  const int removed =
+      SecretStoreReport::requireKept(context.out, !holdsTokens(*session), "The sign-out");
+  if (revoked && removed == kExitSuccess) context.out.line("Signed out.");
   session->reportState(context.out);
+  if (removed != kExitSuccess) return removed;
   return revoked ? kExitSuccess : context.out.fail(error);
 }
 
 int runDelete(CommandContext& context) {
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session =
-      ClientSession::open(context.invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   session->client().deleteAllData();
-  context.out.line("Deleted the stored client credentials, user name and tokens.");
+  const int deleted = SecretStoreReport::requireKept(
+      context.out, session->client().authorizationState() == AuthorizationStateActivationRequired,
+      "The deletion");
+  if (deleted == kExitSuccess) {
+    context.out.line("Deleted the stored client credentials, user name and tokens.");
+  }
   session->reportState(context.out);
-  return kExitSuccess;
+  return deleted;
 }
 
 int runWebSignIn(CommandContext& context) {
@@ -236,7 +297,7 @@ int runWebSignIn(CommandContext& context) {
     timeout = std::chrono::seconds(*seconds);
   }
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session = ClientSession::open(invocation, out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   const std::string signInText =
       invocation.value(option::kSignInUrl).value_or(session->serverUrl().absoluteString());
@@ -245,18 +306,23 @@ int runWebSignIn(CommandContext& context) {
                                      : Url::withString("oauth2/v1/authorize", session->serverUrl());
   if (!signInUrl) return out.usage("'" + signInText + "' is not an absolute URL", "web-sign-in");
 
-  const bool noBrowser = invocation.has(option::kNoBrowser);
+  session->client().setUsesPkce(!invocation.has(option::kNoPkce));
   WebSignInFlow flow(session->client(), *signInUrl, scopesOf(invocation), timeout);
-  const WebSignInFlow::Outcome outcome = flow.run([&out, noBrowser](const std::string& url) {
-    if (noBrowser) {
-      out.notice(url);
-    } else if (!BrowserLauncher::open(url)) {
-      out.notice("Could not start a browser; open this URL:");
-      out.notice(url);
-    } else {
-      out.notice("Continue in the browser; waiting for it to come back.");
-    }
-  });
+  const bool paste = invocation.has(option::kPaste);
+  // Notices come from two threads: the opener's and the paste reader's.
+  std::mutex noticeMutex;
+  auto notice = [&out, &noticeMutex](const std::string& text) {
+    std::lock_guard<std::mutex> lock(noticeMutex);
+    out.notice(text);
+  };
+  if (paste) {
+    flow.acceptPastedRedirect(::fileno(context.in), [&notice](const std::string&) {
+      notice("That is not the address to paste; it starts with the redirect URL shown above.");
+    });
+  }
+  const bool noBrowser = invocation.has(option::kNoBrowser);
+  const WebSignInFlow::Outcome outcome = flow.run(
+      [&](const WebSignInFlow::Page& page) { showSignInPage(page, noBrowser, paste, notice); });
   return reportSignIn(*session, out, outcome.scopes, outcome.error);
 }
 
@@ -264,20 +330,26 @@ int runCodeExchange(CommandContext& context) {
   const Invocation& invocation = context.invocation;
   const std::optional<std::string> code = invocation.value(option::kCode);
   const std::optional<std::string> redirect = invocation.value(option::kRedirectUrl);
+  const std::optional<std::string> verifier = invocation.value(option::kCodeVerifier);
   if (!code || isBlank(*code)) {
     return context.out.usage("--code is required", "code-exchange");
   }
   if (!redirect) return context.out.usage("--redirect-url is required", "code-exchange");
+  if (verifier && isBlank(*verifier)) {
+    return context.out.usage("--code-verifier must not be blank", "code-exchange");
+  }
   const std::optional<Url> redirectUrl = Url::withString(*redirect);
   if (!redirectUrl) {
     return context.out.usage("'" + *redirect + "' is not an absolute URL", "code-exchange");
   }
   int status = kExitSuccess;
-  std::unique_ptr<ClientSession> session = ClientSession::open(invocation, context.out, &status);
+  std::unique_ptr<ClientSession> session = openWithStore(context, &status);
   if (!session) return status;
   ErrorRef error;
   const std::optional<Scopes> granted =
-      session->client().signInWithAuthorizationCode(*code, *redirectUrl, &error);
+      verifier
+          ? session->client().signInWithAuthorizationCode(*code, *redirectUrl, *verifier, &error)
+          : session->client().signInWithAuthorizationCode(*code, *redirectUrl, &error);
   return reportSignIn(*session, context.out, granted, error);
 }
 

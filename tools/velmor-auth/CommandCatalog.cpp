@@ -27,11 +27,12 @@ std::vector<CommandSpec> makeCommands() {
   using namespace option;
   return {
       {"serve",
-       "[--port N] [--http] [--dir DIR] [--user NAME:PASSWORD]...",
+       "[--port N] [--http] [--dir DIR] [--user NAME:PASSWORD]... [--require-pkce]",
        "run the development authorization server until interrupted",
        "Prints the base URL and the CA file to trust (--ca-file). State lives in memory.\n"
        "Without --user the users are alice/wonderland and bob/builder. The application\n"
-       "token velmor-dev-app is always known, and --app-token adds one.",
+       "token velmor-dev-app is always known, and --app-token adds one. Browser sign-in\n"
+       "takes a proof key (PKCE, S256); --require-pkce refuses requests without one.",
        {{{kPort, "N", false, "port on 127.0.0.1 (default 8443, 0 picks a free one)"},
          {kHttp, "", false, "serve plain HTTP instead of HTTPS"},
          {kDir, "DIR", false,
@@ -41,7 +42,11 @@ std::vector<CommandSpec> makeCommands() {
          {kRefreshTokenLifetime, "SECONDS", false, "refresh token lifetime (default 1209600)"},
          {kMaxFailedSignIns, "N", false,
           "wrong passwords in a row that lock an account (default 3, 0 never)"},
-         {kLockoutSeconds, "SECONDS", false, "how long a lock lasts (default 900)"}},
+         {kLockoutSeconds, "SECONDS", false, "how long a lock lasts (default 900)"},
+         {kRefreshTokenGrace, "SECONDS", false,
+          "honour a spent refresh token this long after its rotation instead of revoking the "
+          "sign-in (default 0: strict)"},
+         {kRequirePkce, "", false, "refuse browser sign-in requests without a code challenge"}},
         {}},
        runServe},
       {"activate", "", "register this installation with the server", "", {}, runActivate},
@@ -90,21 +95,30 @@ std::vector<CommandSpec> makeCommands() {
        {},
        runDelete},
       {"web-sign-in",
-       "[--sign-in-url URL] [--scope S]... [--no-browser] [--timeout SECONDS]",
+       "[--sign-in-url URL] [--scope S]... [--no-browser] [--paste] [--no-pkce] [--timeout "
+       "SECONDS]",
        "sign in on the server's web page in a browser",
-       "Listens on 127.0.0.1 for the browser's redirect and completes the sign-in.",
+       "Listens on 127.0.0.1 for the browser's redirect and completes the sign-in. The\n"
+       "request carries a proof key (PKCE, S256) unless --no-pkce is given. When the\n"
+       "browser runs on another machine (over SSH, say) it cannot reach 127.0.0.1 here:\n"
+       "with --paste, sign in there and paste the address the browser ends up at (it\n"
+       "starts with the redirect URL shown) as one line on standard input; whichever\n"
+       "comes first, the browser or the pasted line, completes the sign-in.",
        {{{kSignInUrl, "URL", false, "the sign-in page (default the server's oauth2/v1/authorize)"},
          kScopeOption,
          {kNoBrowser, "", false, "print the URL on a line of its own instead of opening it"},
+         {kPaste, "", false, "also accept the final address pasted on standard input"},
+         {kNoPkce, "", false, "send the request without a proof key"},
          {kTimeout, "SECONDS", false, "how long to wait for the browser (default 300)"}},
         {}},
        runWebSignIn},
       {"code-exchange",
-       "--code C --redirect-url U",
+       "--code C --redirect-url U [--code-verifier V]",
        "sign in with an authorization code obtained elsewhere",
-       "",
+       "A code whose sign-in request carried a proof-key challenge needs its verifier.",
        {{{kCode, "CODE", false, "the authorization code"},
-         {kRedirectUrl, "URL", false, "the redirect URL the code was issued for"}},
+         {kRedirectUrl, "URL", false, "the redirect URL the code was issued for"},
+         {kCodeVerifier, "VERIFIER", false, "the proof key's code verifier"}},
         {}},
        runCodeExchange},
       {"store",
@@ -158,7 +172,7 @@ const std::vector<OptionSpec>& CommandCatalog::commonOptions() {
       {kSlot, "N", false, "identity slot (default 0)"},
       {kKeyFile, "PATH", false,
        "encryption key, made on first use (default $XDG_CONFIG_HOME/velmor-auth/key)"},
-      {kCaFile, "PATH", false, "PEM file of CA certificates to trust as well"},
+      {kCaFile, "PATH", false, "PEM file of CA certificates to trust as well (or VELMOR_CA_FILE)"},
       {kStore, "KIND", false, "secret store: file, secret-service or memory"},
       {kStoreDir, "DIR", false, "directory of the file store (implies --store file)"},
       {kLogLevel, "N", false, "library log on standard error: 1 errors, 3 info, 5 sensitive"},

@@ -224,10 +224,11 @@ class DemoSteps final {
 
   bool webSignIn(std::string* detail) {
     DemoBrowser browser("alice", "wonderland");
+    client_.setUsesPkce(true);
     WebSignInFlow flow(client_, *Url::withString(baseUrl_ + "oauth2/v1/authorize"),
                        Scopes{"profile"}, std::chrono::seconds(30));
     const WebSignInFlow::Outcome outcome =
-        flow.run([&browser](const std::string& url) { browser.signIn(url); });
+        flow.run([&browser](const WebSignInFlow::Page& page) { browser.signIn(page.signInUrl); });
     *detail = outcome.error ? describe(outcome.error)
                             : browser.report() + "; " + stateText(client_) + ", user " +
                                   client_.username().value_or("none");
@@ -274,6 +275,7 @@ int runDemo(CommandContext& context) {
   options.certificateDirectory = scratch.path() + "/certificates";
   // A lock long enough to show the library's hours-and-minutes text.
   options.settings.lockoutDuration = std::chrono::seconds(5400);
+  options.settings.requirePkce = true;
   std::string problem;
   std::unique_ptr<devserver::DevelopmentServer> server =
       devserver::DevelopmentServer::start(options, &problem);

@@ -12,7 +12,7 @@ namespace velmor::tool {
 // runs the steps: activate, password sign-in, status, headers, a call to
 // the protected resource, access-token expiry and the refresh through the
 // authorization check, a wrong password and the lock-out, a web sign-in
-// completed by posting the sign-in form, sign-out, status. Each step is
+// with a proof key completed by posting the sign-in form, sign-out, status. Each step is
 // printed with its outcome and duration ("steps" in JSON), then a summary.
 // kExitFailure when any step did not behave as it should.
 int runDemo(CommandContext& context);

@@ -25,6 +25,8 @@ inline constexpr char kAccessTokenLifetime[] = "--access-token-lifetime";
 inline constexpr char kRefreshTokenLifetime[] = "--refresh-token-lifetime";
 inline constexpr char kMaxFailedSignIns[] = "--max-failed-sign-ins";
 inline constexpr char kLockoutSeconds[] = "--lockout-seconds";
+inline constexpr char kRefreshTokenGrace[] = "--refresh-token-grace";
+inline constexpr char kRequirePkce[] = "--require-pkce";
 
 // sign-in, refresh, web-sign-in, code-exchange
 inline constexpr char kUsername[] = "--username";
@@ -34,9 +36,12 @@ inline constexpr char kRealm[] = "--realm";
 inline constexpr char kNamespace[] = "--namespace";
 inline constexpr char kSignInUrl[] = "--sign-in-url";
 inline constexpr char kNoBrowser[] = "--no-browser";
+inline constexpr char kNoPkce[] = "--no-pkce";
+inline constexpr char kPaste[] = "--paste";
 inline constexpr char kTimeout[] = "--timeout";
 inline constexpr char kCode[] = "--code";
 inline constexpr char kRedirectUrl[] = "--redirect-url";
+inline constexpr char kCodeVerifier[] = "--code-verifier";
 
 // store
 inline constexpr char kService[] = "--service";

@@ -56,6 +56,7 @@ std::optional<devserver::DevelopmentServerOptions> serverOptions(const Invocatio
     return std::nullopt;
   }
   devserver::ServiceSettings& settings = options.settings;
+  settings.requirePkce = invocation.has(option::kRequirePkce);
   const std::vector<std::string> users = invocation.values(option::kUser);
   if (!users.empty()) settings.users.clear();
   for (const std::string& user : users) {
@@ -70,7 +71,9 @@ std::optional<devserver::DevelopmentServerOptions> serverOptions(const Invocatio
                    status) ||
       !readSeconds(invocation, option::kRefreshTokenLifetime, &settings.refreshTokenLifetime, out,
                    status) ||
-      !readSeconds(invocation, option::kLockoutSeconds, &settings.lockoutDuration, out, status)) {
+      !readSeconds(invocation, option::kLockoutSeconds, &settings.lockoutDuration, out, status) ||
+      !readSeconds(invocation, option::kRefreshTokenGrace, &settings.refreshTokenReuseGrace, out,
+                   status)) {
     return std::nullopt;
   }
   if (const std::optional<std::string> text = invocation.value(option::kMaxFailedSignIns)) {
@@ -108,6 +111,7 @@ void announce(const devserver::DevelopmentServer& server,
   out.set("caFile", files ? nlohmann::json(files->caCertificate) : nlohmann::json(nullptr));
   out.set("appTokens", options.settings.appTokens);
   out.set("users", users);
+  out.set("requirePkce", options.settings.requirePkce);
   out.line("Velmor development authorization server");
   out.line("Base URL:          " + server.baseUrl());
   out.line("CA file:           " + (files ? files->caCertificate : std::string("none (HTTP)")));
@@ -117,6 +121,8 @@ void announce(const devserver::DevelopmentServer& server,
   }
   out.line("Application token: " + tokens);
   out.line("Users:             " + userText);
+  out.line(std::string("PKCE (S256):       ") +
+           (options.settings.requirePkce ? "required" : "optional"));
   out.line("Try: velmor-auth --server " + server.baseUrl() +
            (files ? " --ca-file " + files->caCertificate : std::string()) + " activate");
   out.line("Press Ctrl-C to stop.");

@@ -5,6 +5,7 @@
 
 #include "JsonValue.h"
 #include "OptionNames.h"
+#include "SecretStoreReport.h"
 #include "TerminalInput.h"
 #include "ToolError.h"
 #include "velmor/VelmorSimpleSecureStore.h"
@@ -136,6 +137,11 @@ int runStore(CommandContext& context) {
   VelmorSimpleSecureStore store(*service, *account);
   PasscodeSource passcodes(context);
   if (action == "status") return status(store, context.out);
+  // The store itself answers success for a save into a locked keyring.
+  if (action == "save" || action == "load" || action == "change-passcode") {
+    const int usable = SecretStoreReport::requireUsable(context.out);
+    if (usable != kExitSuccess) return usable;
+  }
   if (action == "save") return save(store, context, passcodes);
   if (action == "load") return load(store, context, passcodes);
   if (action == "change-passcode") return changePasscode(store, context, passcodes);

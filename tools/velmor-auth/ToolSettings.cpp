@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 
 #include "OptionNames.h"
@@ -37,8 +38,17 @@ int applyStore(const Invocation& invocation, OutputPrinter& out) {
   return kExitSuccess;
 }
 
+// --ca-file, else VELMOR_CA_FILE: a shell that points the tool at a
+// development server sets both once.
+std::optional<std::string> caFileOf(const Invocation& invocation) {
+  if (std::optional<std::string> caFile = invocation.value(option::kCaFile)) return caFile;
+  const char* variable = ::getenv("VELMOR_CA_FILE");
+  if (variable == nullptr || variable[0] == '\0') return std::nullopt;
+  return std::string(variable);
+}
+
 int applyCaFile(const Invocation& invocation, OutputPrinter& out) {
-  const std::optional<std::string> caFile = invocation.value(option::kCaFile);
+  const std::optional<std::string> caFile = caFileOf(invocation);
   if (!caFile) return kExitSuccess;
   if (::access(caFile->c_str(), R_OK) != 0) return out.usage("cannot read the CA file " + *caFile);
   CurlHttpClientOptions options;

@@ -12,8 +12,8 @@ class ToolSettings final {
  public:
   ToolSettings() = delete;
 
-  // --store and --store-dir become SecretStore::setDefault, --ca-file a
-  // default CurlHttpClient that trusts it as well, --log-level the shared
+  // --store and --store-dir become SecretStore::setDefault, --ca-file (or
+  // VELMOR_CA_FILE) a default CurlHttpClient that trusts it as well, --log-level the shared
   // logger's level with its lines on standard error. Returns kExitSuccess,
   // or kExitUsage after reporting a bad value.
   static int apply(const Invocation& invocation, OutputPrinter& out);

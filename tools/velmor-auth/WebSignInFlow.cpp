@@ -4,11 +4,23 @@
 #include <thread>
 #include <utility>
 
-#include "LoopbackRedirectListener.h"
 #include "OutputPrinter.h"
+#include "PastedRedirectReader.h"
 #include "ToolError.h"
+#include "velmor/LoopbackRedirectListener.h"
 
 namespace velmor::tool {
+
+namespace {
+
+constexpr std::int64_t kTimedOut = -1001;
+
+ErrorRef timedOut(std::chrono::seconds timeout) {
+  return toolError(kToolErrorTimedOut, "No redirect came back from the browser within " +
+                                           std::to_string(timeout.count()) + " s");
+}
+
+}  // namespace
 
 WebSignInFlow::WebSignInFlow(VelmorAuthorizationClient& client, Url signInUrl,
                              std::optional<Scopes> scopes, std::chrono::seconds timeout)
@@ -17,37 +29,38 @@ WebSignInFlow::WebSignInFlow(VelmorAuthorizationClient& client, Url signInUrl,
       scopes_(std::move(scopes)),
       timeout_(timeout) {}
 
-WebSignInFlow::Outcome WebSignInFlow::run(const OpenUrl& openUrl) {
+void WebSignInFlow::acceptPastedRedirect(int fd, RejectLine rejectLine) {
+  pasteFd_ = fd;
+  rejectLine_ = std::move(rejectLine);
+}
+
+WebSignInFlow::Outcome WebSignInFlow::run(const OpenPage& openPage) {
   Outcome outcome;
-  std::string problem;
+  ErrorRef problem;
   std::unique_ptr<LoopbackRedirectListener> listener = LoopbackRedirectListener::start(&problem);
   if (!listener) {
-    outcome.error = toolError(kToolErrorListener, problem);
+    outcome.error = toolError(kToolErrorListener, OutputPrinter::describe(*problem).value_or(""));
     return outcome;
   }
+  const std::string redirectUrl = listener->redirectUrl().absoluteString();
   const std::optional<HttpRequest> request = client_.createWebSignInRequestWithBaseUrl(
-      signInUrl_, Url::withString(listener->redirectUrl()), scopes_, std::nullopt, &outcome.error);
+      signInUrl_, listener->redirectUrl(), scopes_, std::nullopt, &outcome.error);
   if (!request) return outcome;
 
-  std::thread opener(openUrl, request->url.absoluteString());
-  const std::optional<std::string> redirect = listener->waitForRedirect(timeout_);
-  if (!redirect) {
-    outcome.error = toolError(kToolErrorTimedOut, "No redirect came back from the browser within " +
-                                                      std::to_string(timeout_.count()) + " s");
-    listener->complete(false, "velmor-auth stopped waiting.");
-  } else if (const std::optional<Url> responseUrl = Url::withString(*redirect)) {
-    outcome.scopes = client_.signInWithWebAuthorizationResponse(responseUrl, &outcome.error);
-    const std::optional<std::string> description =
-        outcome.error ? OutputPrinter::describe(*outcome.error) : std::nullopt;
-    listener->complete(!outcome.error, outcome.error
-                                           ? description.value_or("The sign-in failed.")
-                                           : "You are signed in as " +
-                                                 client_.username().value_or("this client") + ".");
-  } else {
-    outcome.error = toolError(kToolErrorListener, "The browser came back to an unreadable URL");
-    listener->complete(false, "The redirect could not be read.");
+  std::unique_ptr<PastedRedirectReader> pasted;
+  if (pasteFd_) {
+    pasted = std::make_unique<PastedRedirectReader>(
+        *pasteFd_, redirectUrl,
+        [&listener](const Url& redirect) { listener->deliverRedirect(redirect); }, rejectLine_);
   }
-  // The opener may be a browser stand-in that waits for the page above.
+  std::thread opener(openPage, Page{request->url.absoluteString(), redirectUrl});
+  outcome.scopes = listener->waitForSignIn(client_, timeout_, &outcome.error);
+  if (outcome.error && outcome.error->domain() == "NSURLErrorDomain" &&
+      outcome.error->code() == kTimedOut) {
+    outcome.error = timedOut(timeout_);
+  }
+  pasted.reset();
+  // The opener may be a browser stand-in that waits for the listener's page.
   listener.reset();
   opener.join();
   return outcome;

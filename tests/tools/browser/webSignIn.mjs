@@ -1,5 +1,8 @@
-// The web sign-in in a real browser: a development server, the tool
-// waiting for the redirect, and headless Chromium filling in the form.
+// The web sign-in in a real browser: a development server that requires a
+// proof key (PKCE), the tool waiting for the redirect, and headless Chromium
+// filling in the form, a wrong password first. Screenshots of the sign-in
+// page, its error message and the tool's closing page are left in the work
+// directory for people to look at.
 // Arguments: the velmor-auth binary, the Chromium binary, a work directory
 // holding node_modules/playwright-core.
 import { execFile, spawn } from 'node:child_process';
@@ -65,7 +68,8 @@ function runTool(args) {
 }
 
 async function main() {
-  const server = spawn(tool, ['serve', '--port', '0', '--dir', path.join(home, 'devserver'), '--json'],
+  const server = spawn(tool, ['serve', '--port', '0', '--dir', path.join(home, 'devserver'),
+                              '--require-pkce', '--json'],
                        { env, stdio: ['ignore', 'pipe', 'inherit'] });
   let browser;
   try {
@@ -79,6 +83,9 @@ async function main() {
     const signedIn = exitOf(signIn);
     const url = await lineFrom(signIn, (line) => line.startsWith('https://'), 'sign-in URL');
     console.log(`browser-test: opening ${url.replace(/state=[^&]*/, 'state=...')}`);
+    if (!/&code_challenge=[A-Za-z0-9_-]{43}&code_challenge_method=S256$/.test(url)) {
+      fail('the sign-in URL carries no S256 code challenge');
+    }
 
     browser = await chromium.launch({ executablePath: chromiumPath, headless: true,
                                       args: ['--no-sandbox'], timeout: kPatience });
@@ -87,13 +94,26 @@ async function main() {
     const context = await browser.newContext({ ignoreHTTPSErrors: true });
     const page = await context.newPage();
     page.setDefaultTimeout(kPatience);
+    const shot = async (name) => {
+      const file = path.join(path.resolve(work), name);
+      await page.screenshot({ path: file, fullPage: true });
+      console.log(`browser-test: screenshot ${file}`);
+    };
     await page.goto(url);
+    await shot('sign-in-page.png');
     await page.fill('#username', 'alice');
+    await page.fill('#password', 'not-the-password');
+    await page.click('#sign-in');
+    // Only the page that comes back has a message.
+    const complaint = await page.textContent('#message');
+    if (complaint !== 'The user name or password is wrong.') fail(`the page says "${complaint}"`);
+    await shot('sign-in-page-wrong-password.png');
     await page.fill('#password', 'wonderland');
     await Promise.all([page.waitForURL(/^http:\/\/127\.0\.0\.1:\d+\/callback\?/), page.click('#sign-in')]);
     const heading = await page.textContent('h1');
     const message = await page.textContent('#message');
     console.log(`browser-test: the browser shows "${heading}: ${message}"`);
+    await shot('signed-in-page.png');
     if (heading !== 'Signed in') fail(`the browser shows "${heading}"`);
 
     const code = await signedIn;

@@ -1,4 +1,4 @@
-#include "client/CredentialValidity.h"
+#include "storage/CredentialValidity.h"
 
 #include <gtest/gtest.h>
 
@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "storage/SecureData.h"
 #include "testing/ScopedSecretStore.h"
 #include "velmor/MemorySecretStore.h"
 
@@ -87,7 +88,7 @@ TEST_F(CredentialValidityTest, StateFollowsTheRecordAndTheClock) {
     SCOPED_TRACE(c.name);
     record_.deleteAll();
     fill(c);
-    EXPECT_EQ(CredentialValidity::authorizationState(record_, kNow), c.expected);
+    EXPECT_EQ(CredentialValidity::authorizationState(record_.snapshot(), kNow), c.expected);
   }
 }
 

@@ -1,24 +1,25 @@
-#include "client/CredentialValidity.h"
+#include "storage/CredentialValidity.h"
 
 namespace velmor {
 
-AuthorizationState CredentialValidity::authorizationState(SecureData& record, Date now) {
+AuthorizationState CredentialValidity::authorizationState(const CredentialRecord& record,
+                                                          Date now) {
   if (isActivationRequired(record)) return AuthorizationStateActivationRequired;
   if (hasValidAccessToken(record, now)) return AuthorizationStateAuthorized;
   if (hasValidRefreshToken(record, now)) return AuthorizationStateRefreshRequired;
   return AuthorizationStateSignInRequired;
 }
 
-AuthorizationState CredentialValidity::authorizationState(SecureData& record) {
+AuthorizationState CredentialValidity::authorizationState(const CredentialRecord& record) {
   return authorizationState(record, std::chrono::system_clock::now());
 }
 
-bool CredentialValidity::isActivationRequired(SecureData& record) {
-  return !record.hasClientId() || !record.hasClientSecret();
+bool CredentialValidity::isActivationRequired(const CredentialRecord& record) {
+  return !record.clientId() || !record.clientSecret();
 }
 
-bool CredentialValidity::hasValidAccessToken(SecureData& record, Date now) {
-  if (!record.hasAccessToken()) return false;
+bool CredentialValidity::hasValidAccessToken(const CredentialRecord& record, Date now) {
+  if (!record.accessToken()) return false;
   const std::optional<Date> start = record.accessTokenValidStartDateTime();
   if (!start || now < *start) return false;
   const std::optional<Date> end = record.accessTokenValidEndDateTime();
@@ -26,8 +27,8 @@ bool CredentialValidity::hasValidAccessToken(SecureData& record, Date now) {
   return now + kAccessTokenMargin <= *end;
 }
 
-bool CredentialValidity::hasValidRefreshToken(SecureData& record, Date now) {
-  if (!record.hasRefreshToken()) return false;
+bool CredentialValidity::hasValidRefreshToken(const CredentialRecord& record, Date now) {
+  if (!record.refreshToken()) return false;
   const std::optional<Date> start = record.refreshTokenValidStartDateTime();
   const std::optional<Date> end = record.refreshTokenValidEndDateTime();
   return (!start || *start <= now) && (!end || now <= *end);
