@@ -84,7 +84,7 @@ std::optional<Data> crypt(bool encrypt, const Data& key, const Data& iv, const D
     ERR_clear_error();
     return std::nullopt;
   }
-  output.resize(static_cast<std::size_t>(written + finished));
+  output.resize(static_cast<std::size_t>(written) + static_cast<std::size_t>(finished));
   return output;
 }
 

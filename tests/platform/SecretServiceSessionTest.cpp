@@ -77,7 +77,7 @@ Data aes128Cbc(bool encrypt, const Data& key, const Data& iv, const Data& input)
   EVP_CipherUpdate(context, output.data(), &written, input.data(), static_cast<int>(input.size()));
   EVP_CipherFinal_ex(context, output.data() + written, &finished);
   EVP_CIPHER_CTX_free(context);
-  output.resize(static_cast<std::size_t>(written + finished));
+  output.resize(static_cast<std::size_t>(written) + static_cast<std::size_t>(finished));
   return output;
 }
 

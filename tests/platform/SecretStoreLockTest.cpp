@@ -41,6 +41,8 @@ class RuntimeDirectoryStore final : public SecretStoreWrapper {
   RuntimeDirectoryStore() : SecretStoreWrapper(std::make_shared<MemorySecretStore>()) {}
   std::int32_t lockItem(const std::string& service, const std::string& account,
                         std::chrono::milliseconds timeout, SecretStoreLock* lock) override {
+    // The base's lock, not the wrapped memory store's in-process one.
+    // NOLINTNEXTLINE(bugprone-parent-virtual-call)
     return SecretStore::lockItem(service, account, timeout, lock);
   }
 };
