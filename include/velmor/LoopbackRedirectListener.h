@@ -89,8 +89,8 @@ class VELMOR_EXPORT LoopbackRedirectListener final {
   void cancel();
 
  private:
-  class Impl;
-  explicit LoopbackRedirectListener(std::unique_ptr<Impl> impl);
+  class VELMOR_NO_EXPORT Impl;
+  VELMOR_NO_EXPORT explicit LoopbackRedirectListener(std::unique_ptr<Impl> impl);
 
   std::unique_ptr<Impl> impl_;
 };
