@@ -124,11 +124,13 @@ bool advance(PendingRequest& request, bool readable, const LoopbackHttpServer::H
 }
 
 // Takes every connection waiting; past the limit the oldest pending one
-// makes room.
-void acceptWaiting(int listener, std::vector<PendingRequest>& pending) {
+// makes room. False when the process is out of descriptors: the connection
+// stays queued and the listener stays readable, so the caller must stop
+// watching it for a while instead of spinning.
+bool acceptWaiting(int listener, std::vector<PendingRequest>& pending) {
   for (;;) {
     FileDescriptor connection(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!connection.valid()) return;
+    if (!connection.valid()) return errno != EMFILE && errno != ENFILE;
     if (pending.size() == LoopbackHttpServer::kMaxConnections) pending.erase(pending.begin());
     pending.push_back(
         {std::move(connection), std::string(), Clock::now() + LoopbackHttpServer::kReadTimeout});
@@ -191,10 +193,15 @@ LoopbackHttpServer::~LoopbackHttpServer() {
 }
 
 void LoopbackHttpServer::serve() {
+  constexpr auto kOutOfDescriptorsPause = std::chrono::milliseconds(100);
   std::vector<PendingRequest> pending;
+  std::optional<Clock::time_point> acceptingAgainAt;
   for (;;) {
-    std::vector<pollfd> watched = {{listener_.get(), POLLIN, 0}, {wakeRead_.get(), POLLIN, 0}};
-    int timeout = -1;
+    if (acceptingAgainAt && Clock::now() >= *acceptingAgainAt) acceptingAgainAt.reset();
+    const short listenerEvents = acceptingAgainAt ? 0 : POLLIN;
+    std::vector<pollfd> watched = {{listener_.get(), listenerEvents, 0},
+                                   {wakeRead_.get(), POLLIN, 0}};
+    int timeout = acceptingAgainAt ? millisecondsUntil(*acceptingAgainAt) : -1;
     for (const PendingRequest& request : pending) {
       watched.push_back({request.connection.get(), POLLIN, 0});
       const int left = millisecondsUntil(request.deadline);
@@ -214,7 +221,9 @@ void LoopbackHttpServer::serve() {
       }
     }
     pending = std::move(stillPending);
-    if ((watched[0].revents & POLLIN) != 0) acceptWaiting(listener_.get(), pending);
+    if ((watched[0].revents & POLLIN) != 0 && !acceptWaiting(listener_.get(), pending)) {
+      acceptingAgainAt = Clock::now() + kOutOfDescriptorsPause;
+    }
   }
 }
 

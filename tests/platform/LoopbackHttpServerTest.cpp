@@ -1,7 +1,11 @@
 #include "platform/LoopbackHttpServer.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <ctime>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -74,6 +78,39 @@ TEST(LoopbackHttpServer, AnIdleConnectionHoldsUpNobody) {
   EXPECT_EQ(RawHttpAnswer::of(exchangeOver(server->port(), RawHttpConnection::get("/", "h"))).body,
             "GET / h");
   EXPECT_TRUE(idle.isQuiet());
+}
+
+// Out of descriptors, a queued connection cannot be taken; the server rests
+// instead of spinning on the listener, and serves it once descriptors are
+// free again.
+TEST(LoopbackHttpServer, OutOfDescriptorsItRestsThenServesTheWaitingConnection) {
+  auto server = echoServer();
+  ASSERT_TRUE(server);
+  rlimit original{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &original), 0);
+  rlimit lowered = original;
+  lowered.rlim_cur = 256;
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &lowered), 0);
+  std::vector<int> filler;
+  for (int fd = ::dup(0); fd >= 0; fd = ::dup(0)) filler.push_back(fd);
+  // The last free descriptor goes to the client; the server has none left.
+  ::close(filler.back());
+  filler.pop_back();
+  RawHttpConnection waiting(server->port());
+  waiting.send(RawHttpConnection::get("/", "h"));
+
+  // The main thread sleeps, so the process's CPU time is the server's.
+  timespec before{}, after{};
+  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &before);
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &after);
+  for (const int fd : filler) ::close(fd);
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &original), 0);
+  const double busySeconds = static_cast<double>(after.tv_sec - before.tv_sec) +
+                             static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e9;
+  EXPECT_LT(busySeconds, 0.2);
+
+  EXPECT_EQ(RawHttpAnswer::of(waiting.readToEnd()).body, "GET / h");
 }
 
 TEST(LoopbackHttpServer, AnExchangeIsAnsweredWheneverItsHolderSays) {
