@@ -2,6 +2,7 @@
 // files it makes, and every flow against the development server it runs.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -235,6 +236,19 @@ TEST_F(ToolTest, StoreKeepsAValueBehindAPasscode) {
   EXPECT_EQ(invalid.err.rfind("velmor-auth: standard input holds no JSON value\n", 0), 0u);
   // The human form prints the value as indented JSON.
   EXPECT_EQ(run(with({"load"})).out, "[\n  \"replaced\"\n]\n");
+}
+
+// A relative --store-dir means one below where the tool runs (the store
+// itself takes absolute directories only).
+TEST_F(ToolTest, ARelativeStoreDirectoryIsTakenFromTheWorkingDirectory) {
+  ASSERT_EQ(::chdir(home_.path().c_str()), 0);
+  const Words names = {"--service", "notes", "--account", "anna"};
+  Words save = {"store", "save", "--store", "file", "--store-dir", "kept"};
+  save.insert(save.end(), names.begin(), names.end());
+  EXPECT_EQ(runJson(save, 0, "[1]"), (Json{{"saved", true}}));
+  Words load = {"store", "load", "--store-dir", home_.pathOf("kept")};
+  load.insert(load.end(), names.begin(), names.end());
+  EXPECT_EQ(runJson(load, 0).at("value"), Json::array({1}));
 }
 
 Json storeError(const std::string& description) {

@@ -125,6 +125,8 @@ void announce(const devserver::DevelopmentServer& server,
            (options.settings.requirePkce ? "required" : "optional"));
   out.line("Try: velmor-auth --server " + server.baseUrl() +
            (files ? " --ca-file " + files->caCertificate : std::string()) + " activate");
+  if (files)
+    out.line("  (or export VELMOR_CA_FILE=" + files->caCertificate + " once for the shell)");
   out.line("Press Ctrl-C to stop.");
   out.finish(kExitSuccess);
 }

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 
 #include "OptionNames.h"
@@ -25,7 +26,12 @@ int applyStore(const Invocation& invocation, OutputPrinter& out) {
   if (!kind || *kind == "file") {
     const std::string path = directory.value_or(FileSecretStore::defaultDirectory());
     if (path.empty()) return out.usage("no directory for the file store; give --store-dir");
-    SecretStore::setDefault(std::make_shared<FileSecretStore>(path));
+    // The store takes absolute directories only; a user means one relative
+    // to where the tool runs.
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(path, error);
+    if (error) return out.usage("cannot resolve the directory " + path + ": " + error.message());
+    SecretStore::setDefault(std::make_shared<FileSecretStore>(absolute.string()));
   } else if (directory) {
     return out.usage("--store-dir goes with --store file only");
   } else if (*kind == "memory") {
