@@ -43,10 +43,10 @@ void RefreshAccessTokenOperation::perform() {
     complete(refreshCompletion_, Scopes(), nullptr);
     return;
   }
-  refreshHoldingThe(lock);
+  refreshUnderLock(lock);
 }
 
-void RefreshAccessTokenOperation::refreshHoldingThe(SecretStoreLock& lock) {
+void RefreshAccessTokenOperation::refreshUnderLock(SecretStoreLock& lock) {
   RefreshAccessTokenTransaction transaction(secureData());
   transaction.setScopes(scopes());
   applyExpirationOverrides(transaction);

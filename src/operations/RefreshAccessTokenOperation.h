@@ -59,7 +59,7 @@ class RefreshAccessTokenOperation final : public RequestAccessTokenOperation {
 
  private:
   bool siblingRefreshedMeanwhile();
-  void refreshHoldingThe(SecretStoreLock& lock);
+  void refreshUnderLock(SecretStoreLock& lock);
 
   bool alwaysSendClientContext_ = false;
   bool adoptsSiblingTokens_ = false;
