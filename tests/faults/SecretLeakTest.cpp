@@ -367,17 +367,7 @@ class ToolFlows final {
   const std::string level_;
   test::TemporaryDirectory home_;
   test::TestAuthorizationServer server_;
-  const test::EnvironmentChanges environment_ = {
-      {"HOME", home_.path()},
-      {"XDG_CONFIG_HOME", home_.pathOf("config")},
-      {"XDG_DATA_HOME", home_.pathOf("data")},
-      {"VELMOR_SECRET_STORE", "file"},
-      {"VELMOR_SECRET_STORE_DIR", home_.pathOf("keychain")},
-      {"DBUS_SESSION_BUS_ADDRESS", std::nullopt},
-      {"VELMOR_SERVER", std::nullopt},
-      {"VELMOR_APP_TOKEN", std::nullopt},
-      {"no_proxy", "*"},
-  };
+  const test::EnvironmentChanges environment_ = test::isolatedToolEnvironment(home_.path());
   std::string standardError_;
 };
 

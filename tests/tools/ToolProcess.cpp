@@ -15,6 +15,20 @@ extern char** environ;
 
 namespace velmor::test {
 
+EnvironmentChanges isolatedToolEnvironment(const std::string& home) {
+  return {
+      {"HOME", home},
+      {"XDG_CONFIG_HOME", home + "/config"},
+      {"XDG_DATA_HOME", home + "/data"},
+      {"VELMOR_SECRET_STORE", "file"},
+      {"VELMOR_SECRET_STORE_DIR", home + "/keychain"},
+      {"DBUS_SESSION_BUS_ADDRESS", std::nullopt},
+      {"VELMOR_SERVER", std::nullopt},
+      {"VELMOR_APP_TOKEN", std::nullopt},
+      {"no_proxy", "*"},
+  };
+}
+
 namespace {
 
 std::vector<std::string> environmentWith(const EnvironmentChanges& changes) {

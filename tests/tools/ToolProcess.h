@@ -19,6 +19,11 @@ namespace velmor::test {
 // environment.
 using EnvironmentChanges = std::map<std::string, std::optional<std::string>>;
 
+// A home of the tool's own under `home`: key file, file store and client
+// context land there; no desktop keyring, server or proxy setting of this
+// process reaches the tool.
+EnvironmentChanges isolatedToolEnvironment(const std::string& home);
+
 struct ToolRun {
   int exitCode = -1;  // -1: killed by a signal
   std::string out;

@@ -56,17 +56,7 @@ class ToolTest : public ::testing::Test {
   }
 
   TemporaryDirectory home_;
-  EnvironmentChanges environment_ = {
-      {"HOME", home_.path()},
-      {"XDG_CONFIG_HOME", home_.pathOf("config")},
-      {"XDG_DATA_HOME", home_.pathOf("data")},
-      {"VELMOR_SECRET_STORE", "file"},
-      {"VELMOR_SECRET_STORE_DIR", home_.pathOf("keychain")},
-      {"DBUS_SESSION_BUS_ADDRESS", std::nullopt},
-      {"VELMOR_SERVER", std::nullopt},
-      {"VELMOR_APP_TOKEN", std::nullopt},
-      {"no_proxy", "*"},
-  };
+  EnvironmentChanges environment_ = isolatedToolEnvironment(home_.path());
 };
 
 TEST_F(ToolTest, UsageErrorsExitWithTwo) {
