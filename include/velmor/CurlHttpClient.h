@@ -56,7 +56,7 @@ struct VELMOR_EXPORT CurlHttpClientOptions {
 // "NSLocalizedDescription" in their user information. Nothing is logged.
 //
 // Between requests the client keeps a few libcurl handles with their live
-// connections (the most recently used first), a TLS session and DNS cache
+// connections and TLS sessions (the most recently used first), a DNS cache
 // shared by all of them, and one store of trusted certificates loaded at
 // the first HTTPS connection; so consecutive requests to one server reuse
 // the connection, and the CA bundle is read once per client. Thread-safe:

@@ -33,8 +33,7 @@ bool setUp(CURLSH* share, MutexArray* locks) {
   return curl_share_setopt(share, CURLSHOPT_LOCKFUNC, &lockShared) == CURLSHE_OK &&
          curl_share_setopt(share, CURLSHOPT_UNLOCKFUNC, &unlockShared) == CURLSHE_OK &&
          curl_share_setopt(share, CURLSHOPT_USERDATA, locks) == CURLSHE_OK &&
-         curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS) == CURLSHE_OK &&
-         curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION) == CURLSHE_OK;
+         curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS) == CURLSHE_OK;
 }
 
 }  // namespace

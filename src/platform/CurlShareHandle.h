@@ -10,10 +10,13 @@
 namespace velmor {
 
 // Owns a CURLSH through which the easy handles of one client share DNS
-// answers and TLS sessions, so that a handle opening a new connection to a
-// known server skips the lookup and resumes the TLS session. Connections
-// themselves are not shared: libcurl does not support sharing them between
-// threads. The share locks each kind of data with its own mutex, so easy
+// answers, so that a handle opening a new connection to a known server skips
+// the lookup. TLS sessions are not shared: with this system's libcurl and
+// OpenSSL, a handle resuming a shared session copies its certificate chain
+// outside the share's lock while another thread frees it (ThreadSanitizer
+// shows it about once in fifteen concurrent runs); each handle keeps its own
+// session. Connections are not shared either: libcurl does not support
+// sharing them between threads. The share locks each kind of data with its own mutex, so easy
 // handles on several threads may use it at once. Every easy handle must be
 // cleaned up (or detached) before this owner goes away. Move-only.
 class CurlShareHandle final {
