@@ -16,9 +16,10 @@ namespace velmor {
 // outside the share's lock while another thread frees it (ThreadSanitizer
 // shows it about once in fifteen concurrent runs); each handle keeps its own
 // session. Connections are not shared either: libcurl does not support
-// sharing them between threads. The share locks each kind of data with its own mutex, so easy
-// handles on several threads may use it at once. Every easy handle must be
-// cleaned up (or detached) before this owner goes away. Move-only.
+// sharing them between threads. The share locks each kind of data with its
+// own mutex, so easy handles on several threads may use it at once. Every
+// easy handle must be cleaned up (or detached) before this owner goes away.
+// Move-only.
 class CurlShareHandle final {
  public:
   // Empty when libcurl cannot make or set up the share.
